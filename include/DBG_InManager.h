@@ -1,0 +1,34 @@
+// The operator console: reads lines from Tcl's standard input channel on the
+// host's event loop. "exit" anywhere in a line, or end of input, signals the
+// process with SIGTERM; every other line goes to the IMC manager as a command.
+#ifndef DBG_INMANAGER_H
+#define DBG_INMANAGER_H
+
+#include <string>
+
+#include <tcl.h>
+
+#include "DBG_Export.h"
+
+class DBG_EXPORT DBG_InManager {
+public:
+    static DBG_InManager* instance();  // attaches and prints the banner once
+    static void desinstance();         // detaches and closes standard input
+
+    virtual ~DBG_InManager();
+
+    static void Tcl_StdinHandler(ClientData clientData, int mask);
+    void onStdInput(std::string const& line);
+    void printHeader();
+
+    Tcl_Channel chan;
+
+private:
+    DBG_InManager();
+    DBG_InManager(DBG_InManager const&) = delete;
+    DBG_InManager& operator=(DBG_InManager const&) = delete;
+
+    static DBG_InManager* pInManager;
+};
+
+#endif

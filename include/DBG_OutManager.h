@@ -1,0 +1,55 @@
+// The process-wide front of the trace output: forwards insertions and
+// flushes to the one sink it owns, and switches that sink on command.
+// Building it (first instance()) also registers the DBG commands.
+#ifndef DBG_OUTMANAGER_H
+#define DBG_OUTMANAGER_H
+
+#include <string>
+
+#include "DBG_Export.h"
+#include "VCOM_Types.h"
+
+class DBG_Output;
+class DBG_CmdObserver;
+
+class DBG_EXPORT DBG_OutManager {
+public:
+    static DBG_OutManager* instance();
+    static void desinstance();  // for the host's shutdown only
+
+    // Each destroys the current sink before it builds the next.
+    void setConsoleOutput();
+    void setFileOutput(std::string const& name);
+    void setImcOutput();
+
+    // The virtual slot order below is the binary interface modules are
+    // compiled against: never reorder, insert or remove. There is
+    // deliberately no insertion for VCOM_OpeTyp, VCOM_Reason or VCOM_UAgent.
+    virtual ~DBG_OutManager();
+    virtual DBG_OutManager& operator<<(std::string const& text);
+    virtual DBG_OutManager& operator<<(int number);
+    virtual DBG_OutManager& operator<<(unsigned char character);
+    virtual DBG_OutManager& operator<<(VCOM_Codec value);
+    virtual DBG_OutManager& operator<<(VCOM_Direction value);
+    virtual DBG_OutManager& operator<<(VCOM_Sin value);
+    virtual DBG_OutManager& operator<<(VCOM_Ulaw value);
+    virtual DBG_OutManager& operator<<(VCOM_HangUpSource value);
+    virtual DBG_OutManager& operator<<(VCOM_Cause value);
+    virtual DBG_OutManager& operator<<(VCOM_Address_Plan value);
+    virtual DBG_OutManager& operator<<(VCOM_Address_Type value);
+    virtual DBG_OutManager& operator<<(VCOM_Address_Presentation value);
+    virtual void flush(bool isError, std::string origin, int line);
+
+    DBG_Output* pOutput;             // current sink, owned, never null
+    DBG_CmdObserver* pCmdObserver;   // owned; null without an IMC manager
+
+private:
+    DBG_OutManager();
+    DBG_OutManager(DBG_OutManager const&) = delete;
+    DBG_OutManager& operator=(DBG_OutManager const&) = delete;
+    template <typename MakeSink> void replaceOutput(MakeSink makeSink);
+
+    static DBG_OutManager* pOutManager;
+};
+
+#endif

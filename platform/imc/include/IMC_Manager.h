@@ -1,0 +1,76 @@
+// Stand-in for the IMC library's manager, written from the interface the
+// debug library uses. The maker's own header and library can replace this
+// one at build time (DBG_IMC_INCLUDE_DIR, DBG_IMC_LIBRARY).
+//
+// Behaviour of this stand-in:
+// - No manager exists until the host calls imc_standin::start(identifier);
+//   until then, and after imc_standin::stop(), instance() throws
+//   std::runtime_error("no IMC manager").
+// - Once started it is a small, real manager:
+//   * receiveCommand routes a line to every observer registered for the
+//     line's key, the line's first blank-separated word ("DBG out std" has
+//     the key "DBG"). A non-empty line whose key nobody registered is
+//     answered "Unknown command <key>\n"; an empty or blank line is ignored.
+//   * answerCommand delivers the answer where the command came from: with
+//     the console flag set (the console sets it before each line), or when
+//     the host installed no answer handler, on standard output; otherwise to
+//     the answer handler (imc_standin::setAnswerHandler). receiveCommand
+//     clears the console flag once the line has been routed.
+//   * trace and error write the text, read up to its first NUL, with its
+//     origin and line to the trace destination (standard output unless the
+//     host chooses another stream, imc_standin::setTraceStream), one line
+//     each: "IMC trace origin:line text" or "IMC ERROR origin:line text".
+//   * post hands the record to the handler the host installed
+//     (imc_standin::setPostHandler); without one the record is dropped.
+//   * coreDumpExit flushes standard output, says "IMC : core dump exit
+//     (cause N)" on standard error and ends the process with a core dump
+//     (abort).
+// - Tests drive it through IMC_StandIn.h: faults on any operation, a null
+//   instance, and a record of every call with its exact arguments.
+#ifndef IMC_MANAGER_H
+#define IMC_MANAGER_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "IMC_CommandObserver.h"
+#include "imc_msg.h"
+
+struct IMC_Routing;
+
+class IMC_Manager {
+public:
+    enum ExitCause : std::int32_t {
+        EXIT_MANUAL = 0,
+        EXIT_FATAL = 1
+    };
+
+    // The process's manager; module is the caller's module number.
+    static IMC_Manager* instance(unsigned char module);
+
+    void registration(IMC_CommandObserver* observer, std::string const& key);
+    void unregistration(IMC_CommandObserver* observer, std::string const& key);
+    void receiveCommand(int source, std::string const& line);
+    void answerCommand(std::string const& answer);
+    void trace(std::string const& text, std::string const& origin, int line) const;
+    void error(std::string const& text, std::string const& origin, int line) const;
+    void post(imc_msg& msg);
+    [[noreturn]] static void coreDumpExit(ExitCause cause);
+
+    // Layout shared with the maker's manager: modules read these bytes.
+    unsigned char identifier;   // offset 0: the manager's identifier byte
+    unsigned char consoleFlag;  // offset 1: set to 1 by the console before a line
+    std::uint16_t reserved;     // offset 2
+    std::uint32_t sequence;     // offset 4
+    std::int32_t traceLevel;    // offset 8: the integer after the first two words
+    IMC_Routing* routing;       // stand-in's own state
+};
+
+static_assert(offsetof(IMC_Manager, identifier) == 0, "identifier byte at offset 0");
+static_assert(offsetof(IMC_Manager, consoleFlag) == 1, "console flag at offset 1");
+static_assert(offsetof(IMC_Manager, traceLevel) == 8,
+              "integer member follows the first two 32-bit words");
+static_assert(sizeof(IMC_Manager::traceLevel) == 4, "32-bit integer member");
+
+#endif

@@ -1,0 +1,98 @@
+#include "DBG_OutManager.h"
+
+#include <stdexcept>
+
+#include "DBG_CmdObserver.h"
+#include "DBG_Output.h"
+#include "DBG_OutputFile.h"
+#include "DBG_OutputImc.h"
+#include "DBG_ImcAccess.h"
+
+DBG_OutManager* DBG_OutManager::pOutManager = nullptr;
+
+DBG_OutManager* DBG_OutManager::instance()
+{
+    if (!pOutManager)
+        pOutManager = new DBG_OutManager;
+    return pOutManager;
+}
+
+void DBG_OutManager::desinstance()
+{
+    delete pOutManager;
+    pOutManager = nullptr;
+}
+
+DBG_OutManager::DBG_OutManager() : pOutput(new DBG_Output), pCmdObserver(nullptr)
+{
+    // Without an IMC manager the output works all the same, only the DBG
+    // commands are missing.
+    try {
+        pCmdObserver = new DBG_CmdObserver(&requireImcManager(255));
+    } catch (std::runtime_error const&) {
+        pCmdObserver = nullptr;
+    } catch (...) {
+        delete pOutput;
+        throw;
+    }
+}
+
+DBG_OutManager::~DBG_OutManager()
+{
+    delete pOutput;
+    delete pCmdObserver;
+}
+
+// The old sink is gone before the new one is built, so a file sink can
+// reopen the very file the old one had open. Should building fail, the
+// console takes over and the failure passes on.
+template <typename MakeSink>
+void DBG_OutManager::replaceOutput(MakeSink makeSink)
+{
+    delete pOutput;
+    pOutput = nullptr;
+    try {
+        pOutput = makeSink();
+    } catch (...) {
+        pOutput = new DBG_Output;
+        throw;
+    }
+}
+
+void DBG_OutManager::setConsoleOutput()
+{
+    replaceOutput([] { return new DBG_Output; });
+}
+
+void DBG_OutManager::setFileOutput(std::string const& name)
+{
+    replaceOutput([&name] { return new DBG_OutputFile(name); });
+}
+
+void DBG_OutManager::setImcOutput()
+{
+    replaceOutput([] { return new DBG_OutputImc; });
+}
+
+DBG_OutManager& DBG_OutManager::operator<<(std::string const& text)
+{
+    *pOutput << text;
+    return *this;
+}
+
+DBG_OutManager& DBG_OutManager::operator<<(int number)
+{
+    *pOutput << number;
+    return *this;
+}
+
+DBG_OutManager& DBG_OutManager::operator<<(unsigned char character)
+{
+    *pOutput << character;
+    return *this;
+}
+
+void DBG_OutManager::flush(bool isError, std::string origin, int line)
+{
+    pOutput->flush(isError, std::move(origin), line);
+}

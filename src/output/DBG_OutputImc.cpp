@@ -1,0 +1,49 @@
+#include "DBG_OutputImc.h"
+
+#include "DBG_ImcAccess.h"
+
+DBG_OutputImc::DBG_OutputImc() : m_buffer(std::ios::out)
+{
+}
+
+DBG_OutputImc::~DBG_OutputImc() = default;
+
+DBG_OutputImc::operator std::string const() const
+{
+    return "IMC";
+}
+
+DBG_Output& DBG_OutputImc::operator<<(std::string const& text)
+{
+    m_buffer << text;
+    return *this;
+}
+
+DBG_Output& DBG_OutputImc::operator<<(int number)
+{
+    m_buffer << number;
+    return *this;
+}
+
+DBG_Output& DBG_OutputImc::operator<<(unsigned char character)
+{
+    m_buffer << character;
+    return *this;
+}
+
+void DBG_OutputImc::flush(bool isError, std::string origin, int line)
+{
+    // Asked anew at every flush: if there is no manager, the text stays
+    // buffered and goes out with the next successful flush.
+    IMC_Manager& manager = requireImcManager(255);
+    // The buffer is rewound, not emptied: the NUL marks where this trace
+    // ends within what earlier, longer traces left behind it.
+    m_buffer << '\0';
+    std::string const text = m_buffer.str();
+    if (isError)
+        manager.error(text, origin, line);
+    else
+        manager.trace(text, origin, line);
+    m_buffer.clear();
+    m_buffer.seekp(0);
+}
