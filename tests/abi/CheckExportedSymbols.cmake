@@ -1,0 +1,52 @@
+# Compares the dynamic symbols libdbg.so exports with the committed list.
+# Usage: cmake -DNM=<nm> -DLIBRARY=<libdbg.so> -DPOINTER_SIZE=<bytes>
+#              -DEXPECTED=<list> [-DUPDATE=ON] -P CheckExportedSymbols.cmake
+# A vtable is listed with its number of entries, so an added, removed or
+# moved virtual function shows too.
+execute_process(COMMAND ${NM} -D -C -S --defined-only ${LIBRARY}
+  OUTPUT_VARIABLE listing RESULT_VARIABLE status)
+if(NOT status EQUAL 0)
+  message(FATAL_ERROR "${NM} failed on ${LIBRARY}")
+endif()
+
+# "<address> <size> <type> <name>" becomes "code <name>" or "data <name>": the type
+# letters of data differ between architectures (small-data sections).
+string(REPLACE "\n" ";" lines "${listing}")
+set(actual "")
+foreach(line IN LISTS lines)
+  if(line MATCHES "^[0-9a-fA-F]+ ([0-9a-fA-F]+ )?([A-Za-z]) (.*)$")
+    set(size "${CMAKE_MATCH_1}")
+    set(type "${CMAKE_MATCH_2}")
+    set(name "${CMAKE_MATCH_3}")
+    if(name MATCHES "^vtable for ")
+      string(STRIP "${size}" size)
+      math(EXPR entries "0x${size} / ${POINTER_SIZE}")
+      string(APPEND name " [${entries} entries]")
+    endif()
+    set(kind data)
+    if(type MATCHES "^[TtWi]$")
+      set(kind code)
+    endif()
+    list(APPEND actual "${kind} ${name}")
+  endif()
+endforeach()
+list(SORT actual)
+list(JOIN actual "\n" actual_text)
+set(actual_text "${actual_text}\n")
+
+if(UPDATE)
+  file(WRITE ${EXPECTED} "${actual_text}")
+  message(STATUS "wrote ${EXPECTED}")
+  return()
+endif()
+
+file(READ ${EXPECTED} expected_text)
+if(NOT actual_text STREQUAL expected_text)
+  get_filename_component(directory ${LIBRARY} DIRECTORY)
+  set(actual_file ${directory}/exported-symbols.actual.txt)
+  file(WRITE ${actual_file} "${actual_text}")
+  execute_process(COMMAND diff -u ${EXPECTED} ${actual_file})
+  message(FATAL_ERROR "libdbg.so exports a different interface than ${EXPECTED} (diff above: - expected, + built).")
+endif()
+list(LENGTH actual count)
+message(STATUS "libdbg.so exports exactly the ${count} committed symbols")
