@@ -37,7 +37,7 @@ TOOLCHAIN_FILE=$(cd "$SCRIPT_DIR/.." && pwd)/cmake/toolchains/$TRIPLE.cmake
 CACHE_DIR=${DBG_PPC_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/dbg-ppc}
 
 # Bump when the build recipe below changes, to invalidate old stamps.
-TCL_RECIPE=1
+TCL_RECIPE=2
 GTEST_RECIPE=1
 
 log() { printf 'ppc-deps: %s\n' "$*"; }
@@ -192,6 +192,9 @@ build_tcl() {
   local build_triple
   build_triple=$(dpkg-architecture -qDEB_BUILD_GNU_TYPE 2>/dev/null || gcc -dumpmachine)
 
+  # TCL_SHLIB_LD_EXTRAS gives libtcl8.6.so a SONAME (as Debian's own build
+  # does), so executables record NEEDED libtcl8.6.so rather than a full path.
+  #
   # Results of configure checks that need to run a target program (they
   # cannot run while cross-compiling). Values are those of glibc on
   # 32-bit big-endian PowerPC.
@@ -205,6 +208,7 @@ build_tcl() {
 
   (cd "$build" && run_logged tcl-configure env "${cv[@]}" \
      AR="$TRIPLE-ar" RANLIB="$TRIPLE-ranlib" STRIP="$TRIPLE-strip" \
+     TCL_SHLIB_LD_EXTRAS='-Wl,-soname,${TCL_LIB_FILE}' \
      "$tdir/unix/configure" \
        --build="$build_triple" --host="$TRIPLE" \
        --prefix="$TCL_PREFIX" \
