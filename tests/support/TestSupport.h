@@ -63,4 +63,64 @@ public:
     ~ImcSession();
 };
 
+// Gives this process its own view of /current: a private mount namespace in
+// which a fresh, empty tmpfs is mounted on /current, so the fixed
+// configuration file /current/config.rc can be written and removed freely.
+// /current is created when missing and removed again by leave(). Processes
+// that use this class take turns (a lock on "/" held from enter() to
+// leave()), so one never removes the directory another still mounts on.
+// Needs root (CAP_SYS_ADMIN); any failing step is a fatal test failure that
+// names the step and the reason.
+class CurrentConfigIsolation {
+public:
+    static char const directory[];   // "/current"
+    static char const configFile[];  // "/current/config.rc"
+
+    CurrentConfigIsolation() = default;
+    ~CurrentConfigIsolation();
+    CurrentConfigIsolation(CurrentConfigIsolation const&) = delete;
+    CurrentConfigIsolation& operator=(CurrentConfigIsolation const&) = delete;
+
+    void enter();  // use with ASSERT_NO_FATAL_FAILURE
+    void leave();  // idempotent
+
+private:
+    int m_lock = -1;
+    bool m_createdDirectory = false;
+    bool m_mounted = false;
+};
+
+// The two local socket paths of the shutdown request of this process:
+// ownPath() "/tmp//dbg<pid>.key", where the library binds, and
+// listenerPath() "/tmp//<pid>.key", where the gateway listens. Both are
+// removed when the guard is made and again when it goes.
+class ShutdownSocketPaths {
+public:
+    ShutdownSocketPaths();
+    ~ShutdownSocketPaths();
+    ShutdownSocketPaths(ShutdownSocketPaths const&) = delete;
+    ShutdownSocketPaths& operator=(ShutdownSocketPaths const&) = delete;
+
+    static std::string ownPath();
+    static std::string listenerPath();
+};
+
+// A local datagram socket bound at a path (the file is left for the caller
+// to remove). A failure to set it up is a test failure and leaves fd() -1.
+class DatagramListener {
+public:
+    explicit DatagramListener(std::string const& path);
+    ~DatagramListener();
+    DatagramListener(DatagramListener const&) = delete;
+    DatagramListener& operator=(DatagramListener const&) = delete;
+
+    int fd() const { return m_fd; }
+    // One waiting datagram and the path it was sent from, without blocking;
+    // false when nothing is waiting.
+    bool receive(std::string* data, std::string* senderPath);
+
+private:
+    int m_fd = -1;
+};
+
 #endif

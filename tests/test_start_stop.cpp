@@ -1,0 +1,343 @@
+// DBG_CmdObserver::startCommand (the configuration request posted to the
+// IMC manager) and stopCommand (the shutdown datagram "q").
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "DBG_CmdObserver.h"
+#include "IMC_StandIn.h"
+#include "TestSupport.h"
+
+namespace {
+
+using imc_standin::Call;
+using imc_standin::Fault;
+using imc_standin::Operation;
+
+constexpr unsigned char identifier = 0xA7;
+
+// The request as the manager must receive it: zero but for the identifier
+// byte at offset 2 and the code 600 at offset 8, in this host's byte order.
+std::vector<unsigned char> expectedRecord(unsigned char identifierByte)
+{
+    std::vector<unsigned char> bytes(2060, 0);
+    bytes[2] = identifierByte;
+    std::uint32_t const code = 600;
+    std::memcpy(&bytes[8], &code, sizeof code);
+    return bytes;
+}
+
+std::vector<Operation> operations()
+{
+    std::vector<Operation> found;
+    for (Call const& call : imc_standin::calls())
+        found.push_back(call.operation);
+    return found;
+}
+
+std::vector<Call> callsOf(Operation operation)
+{
+    std::vector<Call> found;
+    for (Call const& call : imc_standin::calls())
+        if (call.operation == operation)
+            found.push_back(call);
+    return found;
+}
+
+std::string socketMessage(int error)
+{
+    return "VELTA : cannot create debug socket (" + std::to_string(error) + "\n";
+}
+
+char const shutdownMessage[] = "VELTA : processing manual shutdown...\n";
+
+bool isSocket(std::string const& path)
+{
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+}
+
+// The stand-in runs with identifier 0xA7; one observer is built on it.
+class StartTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(observer.pImcManager, imc_standin::manager());
+        imc_standin::clearCalls();
+    }
+
+    ImcSession session{identifier};
+    DBG_CmdObserver observer{imc_standin::manager()};
+};
+
+class StartDeathTest : public StartTest {
+protected:
+    // Runs in the dying child: no core file, standard output joins the
+    // checked standard error, the post fails with std::runtime_error.
+    void startWithFailingPost()
+    {
+        rlimit const noCore{0, 0};
+        setrlimit(RLIMIT_CORE, &noCore);
+        std::cout.rdbuf(std::cerr.rdbuf());
+        imc_standin::injectFault(Operation::Post, Fault::RuntimeError);
+        observer.startCommand();
+    }
+};
+
+class StopTest : public StartTest {
+protected:
+    ShutdownSocketPaths paths;
+    std::string const pid = std::to_string(getpid());
+    std::string const ownPath = "/tmp//dbg" + pid + ".key";
+    std::string const listenerPath = "/tmp//" + pid + ".key";
+};
+
+}  // namespace
+
+TEST_F(StartTest, PostsTheConfigurationRequestByteForByte)
+{
+    observer.startCommand();
+    EXPECT_EQ(operations(), (std::vector<Operation>{Operation::Instance, Operation::Post}));
+    std::vector<Call> const posts = callsOf(Operation::Post);
+    ASSERT_EQ(posts.size(), 1u);
+    ASSERT_EQ(posts[0].record.size(), 2060u);
+    EXPECT_EQ(posts[0].record, expectedRecord(identifier));
+    for (std::size_t offset = 0; offset < posts[0].record.size(); ++offset) {
+        if (offset != 2 && (offset < 8 || offset > 11)) {
+            EXPECT_EQ(posts[0].record[offset], 0) << "offset " << offset;
+        }
+    }
+    EXPECT_EQ(posts[0].record[2], 0xA7);
+}
+
+TEST_F(StartTest, AsksForTheManagerOfModule255)
+{
+    observer.startCommand();
+    std::vector<Call> const instances = callsOf(Operation::Instance);
+    ASSERT_EQ(instances.size(), 1u);
+    EXPECT_EQ(instances[0].number, 255);
+}
+
+TEST_F(StartTest, RequestCodeIsInTheHostsByteOrder)
+{
+    static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ || __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__,
+                  "a little- or big-endian host");
+    constexpr bool littleEndian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
+    std::vector<unsigned char> const little{0x58, 0x02, 0x00, 0x00};
+    std::vector<unsigned char> const big{0x00, 0x00, 0x02, 0x58};
+
+    observer.startCommand();
+    std::vector<Call> const posts = callsOf(Operation::Post);
+    ASSERT_EQ(posts.size(), 1u);
+    ASSERT_EQ(posts[0].record.size(), 2060u);
+    std::vector<unsigned char> const code(posts[0].record.begin() + 8, posts[0].record.begin() + 12);
+    if (littleEndian) {
+        EXPECT_EQ(code, little);
+    } else {
+        EXPECT_EQ(code, big);
+    }
+}
+
+TEST_F(StartTest, HandlerOfTheManagerReceivesTheSameRecord)
+{
+    std::vector<unsigned char> handled;
+    imc_standin::setPostHandler([&handled](imc_msg const& message) {
+        auto const* bytes = reinterpret_cast<unsigned char const*>(&message);
+        handled.assign(bytes, bytes + sizeof message);
+    });
+    observer.startCommand();
+    imc_standin::setPostHandler(nullptr);
+    EXPECT_EQ(handled, expectedRecord(identifier));
+}
+
+TEST_F(StartTest, EveryRequestIsBuiltAfresh)
+{
+    observer.startCommand();
+    observer.startCommand();
+    std::vector<Call> const posts = callsOf(Operation::Post);
+    ASSERT_EQ(posts.size(), 2u);
+    EXPECT_EQ(posts[0].record, expectedRecord(identifier));
+    EXPECT_EQ(posts[1].record, expectedRecord(identifier));
+}
+
+TEST_F(StartTest, IdentifierByteComesFromTheManagerOfModule255)
+{
+    // The observer's own manager is a copy with another identifier; the
+    // byte posted is still the one of the manager instance(255) returns.
+    IMC_Manager other(*imc_standin::manager());
+    other.identifier = 0x11;
+    observer.pImcManager = &other;
+    observer.startCommand();
+    observer.pImcManager = imc_standin::manager();
+    std::vector<Call> const posts = callsOf(Operation::Post);
+    ASSERT_EQ(posts.size(), 1u);
+    EXPECT_EQ(posts[0].record, expectedRecord(identifier));
+}
+
+TEST_F(StartTest, RuntimeErrorOfThePostReportsAndExitsThroughTheManager)
+{
+    imc_standin::injectFault(Operation::Post, Fault::RuntimeError);
+    // Instead of ending the process, the exit path throws, so the call can
+    // be seen.
+    imc_standin::injectFault(Operation::CoreDumpExit, Fault::OtherException);
+    CoutCapture capture;
+    EXPECT_THROW(observer.startCommand(), std::logic_error);
+    EXPECT_EQ(capture.text(), "Start Command Failed\n");
+    EXPECT_EQ(operations(),
+              (std::vector<Operation>{Operation::Instance, Operation::Post, Operation::CoreDumpExit}));
+    std::vector<Call> const exits = callsOf(Operation::CoreDumpExit);
+    ASSERT_EQ(exits.size(), 1u);
+    EXPECT_EQ(exits[0].number, 0);
+}
+
+TEST_F(StartDeathTest, RuntimeErrorOfThePostEndsTheProcessWithAbort)
+{
+    EXPECT_EXIT(startWithFailingPost(), ::testing::KilledBySignal(SIGABRT),
+                "^Start Command Failed\nIMC : core dump exit \\(cause 0\\)\n$");
+}
+
+TEST_F(StartTest, LogicErrorOfThePostPropagatesWithoutExit)
+{
+    imc_standin::injectFault(Operation::Post, Fault::OtherException);
+    CoutCapture capture;
+    EXPECT_THROW(observer.startCommand(), std::logic_error);
+    EXPECT_EQ(capture.text(), "");
+    EXPECT_EQ(operations(), (std::vector<Operation>{Operation::Instance, Operation::Post}));
+}
+
+TEST_F(StartTest, RuntimeErrorOfTheInstancePropagatesAndNothingIsPosted)
+{
+    imc_standin::injectFault(Operation::Instance, Fault::RuntimeError);
+    CoutCapture capture;
+    EXPECT_THROW(observer.startCommand(), std::runtime_error);
+    EXPECT_EQ(capture.text(), "");
+    EXPECT_EQ(operations(), std::vector<Operation>{Operation::Instance});
+}
+
+TEST_F(StartTest, LogicErrorOfTheInstancePropagatesAndNothingIsPosted)
+{
+    imc_standin::injectFault(Operation::Instance, Fault::OtherException);
+    EXPECT_THROW(observer.startCommand(), std::logic_error);
+    EXPECT_EQ(operations(), std::vector<Operation>{Operation::Instance});
+}
+
+TEST_F(StartTest, NullInstanceIsReportedAsRuntimeErrorAndNothingIsPosted)
+{
+    imc_standin::injectFault(Operation::Instance, Fault::NullInstance);
+    CoutCapture capture;
+    EXPECT_THROW(observer.startCommand(), std::runtime_error);
+    EXPECT_EQ(capture.text(), "");
+    EXPECT_EQ(operations(), std::vector<Operation>{Operation::Instance});
+}
+
+TEST_F(StopTest, SendsOneQFromItsOwnAddressToTheGateway)
+{
+    ASSERT_EQ(ShutdownSocketPaths::ownPath(), ownPath);
+    ASSERT_EQ(ShutdownSocketPaths::listenerPath(), listenerPath);
+    DatagramListener listener(listenerPath);
+    ASSERT_NE(listener.fd(), -1);
+    CoutCapture capture;
+
+    observer.stopCommand();
+
+    EXPECT_EQ(capture.text(), shutdownMessage);
+    std::string data;
+    std::string sender;
+    ASSERT_TRUE(listener.receive(&data, &sender));
+    EXPECT_EQ(data, "q");
+    EXPECT_EQ(sender, ownPath);
+    EXPECT_FALSE(listener.receive(&data, &sender));
+    EXPECT_TRUE(isSocket("/tmp/dbg" + pid + ".key"));  // left behind
+    EXPECT_TRUE(operations().empty());
+}
+
+TEST_F(StopTest, SecondStopFailsAtBindAndSendsNothing)
+{
+    DatagramListener listener(listenerPath);
+    ASSERT_NE(listener.fd(), -1);
+    std::string data;
+    std::string sender;
+    {
+        CoutCapture capture;
+        observer.stopCommand();
+        EXPECT_EQ(capture.text(), shutdownMessage);
+    }
+    ASSERT_TRUE(listener.receive(&data, &sender));
+    EXPECT_EQ(data, "q");
+
+    CoutCapture capture;
+    observer.stopCommand();
+    EXPECT_EQ(capture.text(), socketMessage(EADDRINUSE));
+    EXPECT_FALSE(listener.receive(&data, &sender));
+}
+
+TEST_F(StopTest, NobodyListeningStillPrintsTheShutdownMessage)
+{
+    ASSERT_FALSE(fileExists(listenerPath));
+    CoutCapture capture;
+    observer.stopCommand();
+    EXPECT_EQ(capture.text(), shutdownMessage);
+    EXPECT_TRUE(isSocket(ownPath));
+    EXPECT_FALSE(fileExists(listenerPath));
+}
+
+TEST_F(StopTest, NoDescriptorLeftReportsTheSocketFailure)
+{
+    DatagramListener listener(listenerPath);
+    ASSERT_NE(listener.fd(), -1);
+
+    // Every descriptor below the lowest free one is in use: with that as
+    // the limit, socket() has none left.
+    int const lowestFree = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    ASSERT_NE(lowestFree, -1);
+    close(lowestFree);
+    rlimit previous;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &previous), 0);
+    rlimit lowered = previous;
+    lowered.rlim_cur = static_cast<rlim_t>(lowestFree);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
+    std::string printed;
+    {
+        CoutCapture capture;
+        observer.stopCommand();
+        printed = capture.text();
+    }
+    int const probe = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    int const probeError = errno;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &previous), 0);
+    if (probe != -1)
+        close(probe);
+
+    EXPECT_EQ(probe, -1) << "the lowered limit left a descriptor free";
+    EXPECT_EQ(probeError, EMFILE);
+    EXPECT_EQ(printed, socketMessage(EMFILE));
+    EXPECT_FALSE(fileExists(ownPath));
+    std::string data;
+    std::string sender;
+    EXPECT_FALSE(listener.receive(&data, &sender));
+}
+
+TEST_F(StopTest, PathInTheWayReportsTheBindFailure)
+{
+    writeFile("/tmp/dbg" + pid + ".key", "");
+    DatagramListener listener(listenerPath);
+    ASSERT_NE(listener.fd(), -1);
+    CoutCapture capture;
+    observer.stopCommand();
+    EXPECT_EQ(capture.text(), socketMessage(EADDRINUSE));
+    std::string data;
+    std::string sender;
+    EXPECT_FALSE(listener.receive(&data, &sender));
+}
