@@ -114,6 +114,41 @@ TEST_F(CmdObserverRegistration, FirstRegistrationThrowingStopsTheConstructor)
     EXPECT_TRUE(callsOf(Operation::Unregistration).empty());
 }
 
+TEST_F(CmdObserverRegistration, SecondRegistrationThrowingReleasesTheFirstKey)
+{
+    imc_standin::injectFault(Operation::Registration, Fault::RuntimeError, 1, 1);
+    EXPECT_THROW(DBG_CmdObserver observer(imc_standin::manager()), std::runtime_error);
+    std::vector<Call> const calls = imc_standin::calls();
+    ASSERT_EQ(calls.size(), 3u);
+    expectCall(calls[0], Operation::Registration, "DBG", calls[0].observer);
+    expectCall(calls[1], Operation::Registration, "help", calls[0].observer);
+    expectCall(calls[2], Operation::Unregistration, "DBG", calls[0].observer);
+    // Nothing is left registered that could be called after the failure.
+    EXPECT_EQ(route("DBG help"), (std::vector<std::string>{"Unknown command DBG\n"}));
+}
+
+TEST_F(CmdObserverRegistration, SecondRegistrationFailingLeavesTheManagerWithoutCommands)
+{
+    imc_standin::injectFault(Operation::Registration, Fault::RuntimeError, 1, 1);
+    DBG_OutManager* manager = DBG_OutManager::instance();
+    EXPECT_EQ(manager->pCmdObserver, nullptr);
+    EXPECT_EQ(route("DBG out"), (std::vector<std::string>{"Unknown command DBG\n"}));
+    EXPECT_EQ(route("help"), (std::vector<std::string>{"Unknown command help\n"}));
+}
+
+TEST_F(CmdObserverRegistration, UnregistrationFailingInTheDestructorStillReleasesTheOtherKey)
+{
+    auto observer = std::make_unique<DBG_CmdObserver>(imc_standin::manager());
+    imc_standin::clearCalls();
+    imc_standin::injectFault(Operation::Unregistration, Fault::RuntimeError, 1);
+    EXPECT_NO_THROW(observer.reset());
+    std::vector<Call> const unregistrations = callsOf(Operation::Unregistration);
+    ASSERT_EQ(unregistrations.size(), 2u);
+    EXPECT_EQ(unregistrations[0].text, "DBG");
+    EXPECT_EQ(unregistrations[1].text, "help");
+    EXPECT_EQ(route("help"), (std::vector<std::string>{"Unknown command help\n"}));
+}
+
 TEST_F(CmdObserverRegistration, OtherExceptionFromRegistrationPassesThrough)
 {
     imc_standin::injectFault(Operation::Registration, Fault::OtherException, 1);

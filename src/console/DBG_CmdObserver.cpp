@@ -84,13 +84,31 @@ void reportSocketFailure()
 DBG_CmdObserver::DBG_CmdObserver(IMC_Manager* manager) : pImcManager(manager)
 {
     pImcManager->registration(this, "DBG");
-    pImcManager->registration(this, "help");
+    try {
+        pImcManager->registration(this, "help");
+    } catch (...) {
+        // The observer is not made: the manager must not keep it for "DBG".
+        pImcManager->unregistration(this, "DBG");
+        throw;
+    }
 }
+
+namespace {
+// A destructor cannot pass the manager's failure on; the second key is
+// still released.
+void unregisterQuietly(IMC_Manager* manager, IMC_CommandObserver* observer, char const* key)
+{
+    try {
+        manager->unregistration(observer, key);
+    } catch (std::runtime_error const&) {
+    }
+}
+}  // namespace
 
 DBG_CmdObserver::~DBG_CmdObserver()
 {
-    pImcManager->unregistration(this, "DBG");
-    pImcManager->unregistration(this, "help");
+    unregisterQuietly(pImcManager, this, "DBG");
+    unregisterQuietly(pImcManager, this, "help");
 }
 
 void DBG_CmdObserver::command(std::string const& line, int)

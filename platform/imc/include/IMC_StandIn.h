@@ -49,8 +49,9 @@ void setTraceStream(std::ostream* stream);  // null discards traces and errors
 void setPostHandler(std::function<void(imc_msg const&)> handler);
 void setAnswerHandler(std::function<void(std::string const&)> handler);
 
-// Test side. A fault stays until cleared, or for `times` calls when given.
-void injectFault(Operation operation, Fault fault, int times = -1);
+// Test side. A fault hits after `skip` calls of the operation have gone
+// through, then stays until cleared, or for `times` calls when given.
+void injectFault(Operation operation, Fault fault, int times = -1, int skip = 0);
 void clearFaults();
 void setRecording(bool on);
 std::vector<Call> const& calls();

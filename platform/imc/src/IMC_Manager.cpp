@@ -21,6 +21,7 @@ namespace {
 struct InjectedFault {
     Fault fault = Fault::None;
     int remaining = 0;  // negative: until cleared
+    int skip = 0;       // calls still to go through first
 };
 
 struct StandIn {
@@ -61,6 +62,10 @@ Fault dueFault(Operation operation)
     auto found = standIn().faults.find(operation);
     if (found == standIn().faults.end() || found->second.remaining == 0)
         return Fault::None;
+    if (found->second.skip > 0) {
+        --found->second.skip;
+        return Fault::None;
+    }
     if (found->second.remaining > 0)
         --found->second.remaining;
     return found->second.fault;
@@ -240,9 +245,9 @@ void setAnswerHandler(std::function<void(std::string const&)> handler)
     standIn().answerHandler = std::move(handler);
 }
 
-void injectFault(Operation operation, Fault fault, int times)
+void injectFault(Operation operation, Fault fault, int times, int skip)
 {
-    standIn().faults[operation] = InjectedFault{fault, times};
+    standIn().faults[operation] = InjectedFault{fault, times, skip};
 }
 
 void clearFaults()
