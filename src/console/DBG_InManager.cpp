@@ -33,12 +33,17 @@ void DBG_InManager::desinstance()
 
 DBG_InManager::DBG_InManager() : chan(Tcl_GetStdChannel(TCL_STDIN))
 {
-    Tcl_CreateChannelHandler(chan, TCL_READABLE, Tcl_StdinHandler, chan);
+    // Tcl has no standard input channel when fd 0 is closed, and none after
+    // an earlier console closed it: nothing to attach to then.
+    if (chan)
+        Tcl_CreateChannelHandler(chan, TCL_READABLE, Tcl_StdinHandler, chan);
     printHeader();
 }
 
 DBG_InManager::~DBG_InManager()
 {
+    if (!chan)
+        return;
     Tcl_DeleteChannelHandler(chan, Tcl_StdinHandler, chan);
     Tcl_Close(nullptr, chan);
 }

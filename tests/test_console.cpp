@@ -1,0 +1,402 @@
+// The operator console against the IMC stand-in, in process: the banner, the
+// "exit" lines, how lines reach the manager, what happens without one, and
+// the Tcl handler reading from a real pipe on fd 0.
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <tcl.h>
+
+#include "DBG_InManager.h"
+#include "DBG_OutManager.h"
+#include "IMC_StandIn.h"
+#include "TestSupport.h"
+
+namespace {
+
+char const banner[] =
+    "+==========================+\n"
+    "|    SIP trunk Gateway     |\n"
+    "+--------------------------+\n"
+    "|   Command line Mode:     |\n"
+    "|    - help to start       |\n"
+    "|    - exit to stop        |\n"
+    "+==========================+\n"
+    ">\n";
+
+volatile sig_atomic_t sigtermCount = 0;
+
+extern "C" void recordSigterm(int)
+{
+    sigtermCount = sigtermCount + 1;
+}
+
+// The signal is the process's own; give it a moment in case another thread
+// takes it.
+bool sigtermArrived()
+{
+    for (int i = 0; i < 200 && sigtermCount == 0; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return sigtermCount != 0;
+}
+
+bool sigtermStaysAway()
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return sigtermCount == 0;
+}
+
+std::vector<imc_standin::Call> callsOf(imc_standin::Operation operation)
+{
+    std::vector<imc_standin::Call> found;
+    for (auto const& call : imc_standin::calls())
+        if (call.operation == operation)
+            found.push_back(call);
+    return found;
+}
+
+// Records the console flag the manager holds whenever a line arrives.
+class FlagProbe : public IMC_CommandObserver {
+public:
+    void command(std::string const& line, int) override
+    {
+        lines.push_back(line);
+        flags.push_back(imc_standin::manager()->consoleFlag);
+    }
+    std::vector<std::string> lines;
+    std::vector<int> flags;
+};
+
+// Every test gets a pipe as fd 0 before Tcl first looks at standard input,
+// and a SIGTERM that is counted instead of ending the test program.
+class Console : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        Tcl_FindExecutable(nullptr);
+        struct sigaction action = {};
+        action.sa_handler = recordSigterm;
+        sigemptyset(&action.sa_mask);
+        ASSERT_EQ(sigaction(SIGTERM, &action, &m_previousAction), 0);
+        sigtermCount = 0;
+        m_savedStdin = fcntl(0, F_DUPFD_CLOEXEC, 3);  // -1: the runner gave no stdin
+        m_writeEnd = stdinPipe();
+        ASSERT_NE(m_writeEnd, -1);
+    }
+
+    void TearDown() override
+    {
+        DBG_InManager::desinstance();
+        closeWriteEnd();
+        if (m_savedStdin != -1) {
+            dup2(m_savedStdin, 0);
+            close(m_savedStdin);
+        } else {
+            close(0);
+        }
+        sigaction(SIGTERM, &m_previousAction, nullptr);
+    }
+
+    // Makes fd 0 the read end of a new pipe; returns the write end.
+    static int stdinPipe()
+    {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0)
+            return -1;
+        if (ends[0] != 0) {  // with fd 0 closed the read end lands there
+            if (dup2(ends[0], 0) != 0)
+                return -1;
+            close(ends[0]);
+        }
+        return ends[1];
+    }
+
+    void writeStdin(std::string const& bytes)
+    {
+        ASSERT_EQ(write(m_writeEnd, bytes.data(), bytes.size()), ssize_t(bytes.size()));
+    }
+
+    void closeWriteEnd()
+    {
+        if (m_writeEnd != -1)
+            close(m_writeEnd);
+        m_writeEnd = -1;
+    }
+
+    // The console, created with its banner out of the way.
+    DBG_InManager* console()
+    {
+        CoutCapture quiet;
+        return DBG_InManager::instance();
+    }
+
+private:
+    struct sigaction m_previousAction = {};
+    int m_savedStdin = -1;
+    int m_writeEnd = -1;
+};
+
+TEST_F(Console, BannerIsSevenBoxLinesAndAPromptLine)
+{
+    CoutCapture out;
+    ASSERT_NE(DBG_InManager::instance(), nullptr);
+    EXPECT_EQ(out.text(), banner);
+    std::string const text = out.text();
+    std::size_t begin = 0;
+    for (int line = 0; line < 7; ++line) {
+        std::size_t const end = text.find('\n', begin);
+        ASSERT_NE(end, std::string::npos);
+        EXPECT_EQ(end - begin, 28u) << "line " << line + 1;
+        begin = end + 1;
+    }
+    EXPECT_EQ(text.substr(begin), ">\n");
+}
+
+TEST_F(Console, SecondInstanceCallReturnsTheSameConsoleWithoutBanner)
+{
+    CoutCapture out;
+    DBG_InManager* const first = DBG_InManager::instance();
+    DBG_InManager* const second = DBG_InManager::instance();
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(out.text(), banner);
+}
+
+TEST_F(Console, InstanceAfterDesinstancePrintsTheBannerAgain)
+{
+    CoutCapture out;
+    ASSERT_NE(DBG_InManager::instance(), nullptr);
+    DBG_InManager::desinstance();
+    // The first console closed Tcl's standard input: the second one has
+    // nothing to attach to, and must not fall over that.
+    DBG_InManager* const again = DBG_InManager::instance();
+    ASSERT_NE(again, nullptr);
+    EXPECT_EQ(again->chan, nullptr);
+    EXPECT_EQ(out.text(), std::string(banner) + banner);
+}
+
+TEST_F(Console, ConsoleAfterDesinstanceReadsTheStandardInputTheHostGivesAgain)
+{
+    ImcSession imc;
+    console();
+    DBG_InManager::desinstance();
+    int const writeEnd = stdinPipe();
+    ASSERT_NE(writeEnd, -1);
+    ASSERT_EQ(write(writeEnd, "EXIT\n", 5), 5);
+    close(writeEnd);
+    Tcl_SetStdChannel(Tcl_MakeFileChannel(reinterpret_cast<ClientData>(intptr_t(0)), TCL_READABLE),
+                      TCL_STDIN);
+    CoutCapture out;
+    DBG_InManager* const again = DBG_InManager::instance();
+    ASSERT_NE(again->chan, nullptr);
+    imc_standin::clearCalls();
+    DBG_InManager::Tcl_StdinHandler(again->chan, TCL_READABLE);
+    auto const received = callsOf(imc_standin::Operation::ReceiveCommand);
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].text, "EXIT");
+    EXPECT_EQ(out.text(), std::string(banner) + "Unknown command EXIT\n>");
+}
+
+TEST_F(Console, WithoutStandardInputTheBannerStillComes)
+{
+    close(0);
+    CoutCapture out;
+    DBG_InManager* const in = DBG_InManager::instance();
+    ASSERT_NE(in, nullptr);
+    EXPECT_EQ(in->chan, nullptr);
+    EXPECT_EQ(out.text(), banner);
+    DBG_InManager::desinstance();
+}
+
+class ConsoleExitLine : public Console, public ::testing::WithParamInterface<char const*> {
+};
+
+TEST_P(ConsoleExitLine, SignalsSigtermAndPrintsNothing)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    imc_standin::clearCalls();
+    CoutCapture out;
+    in->onStdInput(GetParam());
+    EXPECT_TRUE(sigtermArrived());
+    EXPECT_EQ(sigtermCount, 1);
+    EXPECT_EQ(out.text(), "");
+    EXPECT_TRUE(imc_standin::calls().empty()) << "the manager was involved";
+}
+
+INSTANTIATE_TEST_SUITE_P(Lines, ConsoleExitLine,
+                         ::testing::Values("exit", "DBG exit", "nexit", "  exit now"));
+
+TEST_F(Console, UpperCaseExitGoesToTheManager)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    imc_standin::clearCalls();
+    CoutCapture out;
+    in->onStdInput("EXIT");
+    EXPECT_TRUE(sigtermStaysAway());
+    auto const received = callsOf(imc_standin::Operation::ReceiveCommand);
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].text, "EXIT");
+    EXPECT_EQ(received[0].number, 0);
+    EXPECT_EQ(out.text(), "Unknown command EXIT\n>");
+}
+
+TEST_F(Console, EmptyLineGoesToTheManagerThenThePrompt)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    imc_standin::clearCalls();
+    CoutCapture out;
+    in->onStdInput("");
+    auto const received = callsOf(imc_standin::Operation::ReceiveCommand);
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].text, "");
+    EXPECT_EQ(received[0].number, 0);
+    EXPECT_EQ(out.text(), ">");
+}
+
+TEST_F(Console, LineGoesToTheManagerUntrimmedWithModule15)
+{
+    ImcSession imc;
+    DBG_OutManager::instance();
+    DBG_InManager* const in = console();
+    imc_standin::clearCalls();
+    CoutCapture out;
+    std::string const line = "  DBG out \t std  ";
+    in->onStdInput(line);
+    auto const& calls = imc_standin::calls();
+    ASSERT_GE(calls.size(), 2u);
+    EXPECT_EQ(calls[0].operation, imc_standin::Operation::Instance);
+    EXPECT_EQ(calls[0].number, 15);
+    EXPECT_EQ(calls[1].operation, imc_standin::Operation::ReceiveCommand);
+    EXPECT_EQ(calls[1].text, line);
+    EXPECT_EQ(calls[1].number, 0);
+    EXPECT_EQ(out.text(), "Debug Output set to console\n>");
+}
+
+TEST_F(Console, ConsoleFlagIsSetBeforeTheManagerRoutesTheLine)
+{
+    ImcSession imc;
+    FlagProbe probe;
+    imc_standin::manager()->registration(&probe, "probe");
+    // Outside the console the flag stays down: the probe can tell.
+    imc_standin::manager()->receiveCommand(0, "probe direct");
+    DBG_InManager* const in = console();
+    CoutCapture out;
+    in->onStdInput("probe console");
+    imc_standin::manager()->unregistration(&probe, "probe");
+    ASSERT_EQ(probe.flags.size(), 2u);
+    EXPECT_EQ(probe.lines[0], "probe direct");
+    EXPECT_EQ(probe.flags[0], 0);
+    EXPECT_EQ(probe.lines[1], "probe console");
+    EXPECT_EQ(probe.flags[1], 1);
+    EXPECT_EQ(out.text(), ">");
+}
+
+TEST_F(Console, WithoutAManagerEveryLineIsLost)
+{
+    DBG_InManager* const in = console();
+    ASSERT_EQ(imc_standin::manager(), nullptr);
+    CoutCapture out;
+    in->onStdInput("help");
+    in->onStdInput("DBG out std");
+    EXPECT_EQ(out.text(), "command lost\n>command lost\n>");
+}
+
+TEST_F(Console, NullManagerLosesTheLine)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    imc_standin::injectFault(imc_standin::Operation::Instance, imc_standin::Fault::NullInstance);
+    imc_standin::clearCalls();
+    CoutCapture out;
+    in->onStdInput("help");
+    in->onStdInput("help");
+    EXPECT_EQ(out.text(), "command lost\n>command lost\n>");
+    EXPECT_TRUE(callsOf(imc_standin::Operation::ReceiveCommand).empty());
+}
+
+TEST_F(Console, RuntimeErrorFromTheManagerLosesTheLine)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    imc_standin::injectFault(imc_standin::Operation::ReceiveCommand, imc_standin::Fault::RuntimeError, 1);
+    CoutCapture out;
+    in->onStdInput("EXIT");
+    in->onStdInput("EXIT");
+    EXPECT_EQ(out.text(), "command lost\n>Unknown command EXIT\n>");
+}
+
+TEST_F(Console, OtherExceptionsLeaveTheConsole)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    imc_standin::injectFault(imc_standin::Operation::ReceiveCommand, imc_standin::Fault::OtherException);
+    CoutCapture out;
+    EXPECT_THROW(in->onStdInput("help"), std::logic_error);
+    EXPECT_EQ(out.text(), "");
+}
+
+TEST_F(Console, StdinHandlerPassesOneLineWithoutItsLineEnd)
+{
+    ImcSession imc;
+    DBG_OutManager::instance();
+    DBG_InManager* const in = console();
+    imc_standin::clearCalls();
+    writeStdin("DBG out imc\nEXIT\n");
+    CoutCapture out;
+    DBG_InManager::Tcl_StdinHandler(in->chan, TCL_READABLE);
+    auto received = callsOf(imc_standin::Operation::ReceiveCommand);
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].text, "DBG out imc");
+    EXPECT_EQ(received[0].number, 0);
+    EXPECT_EQ(out.text(), "Debug Output set to IMC\n>");
+    DBG_InManager::Tcl_StdinHandler(in->chan, TCL_READABLE);
+    received = callsOf(imc_standin::Operation::ReceiveCommand);
+    ASSERT_EQ(received.size(), 2u);
+    EXPECT_EQ(received[1].text, "EXIT");
+    EXPECT_EQ(out.text(), "Debug Output set to IMC\n>Unknown command EXIT\n>");
+    EXPECT_TRUE(sigtermStaysAway());
+}
+
+TEST_F(Console, StdinHandlerAtEndOfInputSignalsAndStillPassesTheLine)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    imc_standin::clearCalls();
+    closeWriteEnd();
+    CoutCapture out;
+    DBG_InManager::Tcl_StdinHandler(in->chan, TCL_READABLE);
+    EXPECT_TRUE(sigtermArrived());
+    EXPECT_EQ(sigtermCount, 1);
+    auto const received = callsOf(imc_standin::Operation::ReceiveCommand);
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].text, "");
+    EXPECT_EQ(out.text(), ">");
+}
+
+TEST_F(Console, StdinHandlerHandsOverAPartialLastLineAtEndOfInput)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    imc_standin::clearCalls();
+    writeStdin("EXIT");
+    closeWriteEnd();
+    CoutCapture out;
+    DBG_InManager::Tcl_StdinHandler(in->chan, TCL_READABLE);
+    EXPECT_TRUE(sigtermArrived());
+    auto const received = callsOf(imc_standin::Operation::ReceiveCommand);
+    ASSERT_EQ(received.size(), 1u);
+    EXPECT_EQ(received[0].text, "EXIT");
+    EXPECT_EQ(out.text(), "Unknown command EXIT\n>");
+}
+
+}  // namespace

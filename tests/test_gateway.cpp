@@ -1,0 +1,515 @@
+// The demo gateway host end to end: started as a program, driven through a
+// pipe or a pseudo-terminal the way an operator drives the console.
+#include <fcntl.h>
+#include <limits.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ChildProcess.h"
+#include "TestSupport.h"
+
+namespace {
+
+char const banner[] =
+    "+==========================+\n"
+    "|    SIP trunk Gateway     |\n"
+    "+--------------------------+\n"
+    "|   Command line Mode:     |\n"
+    "|    - help to start       |\n"
+    "|    - exit to stop        |\n"
+    "+==========================+\n"
+    ">\n";
+
+char const helpText[] =
+    "key DBG:\n\tDBG help : display this specific help\n\tDBG out [std | imc | file <name>]\n"
+    "\t\tnone : get the current output mode\n\t\tstd  : debug traces send to standard output\n"
+    "\t\timc  : debug traces send to imc (debug module)\n\t\tfile <name> : debug traces send to file <name>\n"
+    "\tDBG stop : stop the sip gw (like Ctrl-C)\n\tDBG read : read configuration\n"
+    "\tDBG version : return the version number\n\tDBG memchk 0|1 : unset/set memory check\n"
+    "\tDBG memtrc 0|1 : unset/set memory trace\n";
+
+// The host lives beside the tests: <build>/tests/test_gateway and
+// <build>/tools/dbg-gateway.
+std::string gatewayPath()
+{
+    char self[PATH_MAX];
+    ssize_t const length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length <= 0)
+        return "";
+    std::string path(self, std::size_t(length));
+    path.erase(path.rfind('/'));  // <build>/tests
+    path.erase(path.rfind('/'));  // <build>
+    return path + "/tools/dbg-gateway";
+}
+
+std::string keyFile(pid_t pid)
+{
+    return "/tmp//" + std::to_string(pid) + ".key";
+}
+
+std::string stopKeyFile(pid_t pid)
+{
+    return "/tmp//dbg" + std::to_string(pid) + ".key";
+}
+
+// What a terminal shows for program output: every line end as CR LF.
+std::string onTerminal(std::string const& text)
+{
+    std::string shown;
+    for (char const c : text) {
+        if (c == '\n')
+            shown += '\r';
+        shown += c;
+    }
+    return shown;
+}
+
+// The traffic the host simulates: three traces per call, the calls taking
+// turns through three profiles. Trace `step` counts from 0.
+std::string trafficTrace(unsigned long step)
+{
+    static char const* const setups[] = {
+        " setup from network codec g711alaw plan ISDN type national presentation allowed bearer bc_speech "
+        "law alaw\n",
+        " setup to network codec g729 plan ISDN type international presentation restricted bearer bc_speech "
+        "law mulaw\n",
+        " setup from network codec g722 plan national type subscriber presentation not available bearer "
+        "31khz law alaw\n"};
+    static char const* const releases[] = {
+        " released cause NORM_REL (Normal call clearing) by remote\n",
+        " released cause USER_BUSY (User busy) by local\n",
+        " released cause NO_ANSWER_USER (No answer from user (user alerted)) by nil\n"};
+    unsigned long const call = step / 3 + 1;
+    unsigned long const profile = (call - 1) % 3;
+    std::string const head = "call " + std::to_string(call);
+    switch (step % 3) {
+    case 0:
+        return head + setups[profile];
+    case 1: {
+        char reference[16];
+        snprintf(reference, sizeof reference, "%02lX %02lX", (call >> 8) & 0xFF, call & 0xFF);
+        return head + " SETUP 08 02 " + reference + " 05 04 03 80  90 A3 18 01\n";
+    }
+    default:
+        return head + releases[profile];
+    }
+}
+
+// Consumes whole traces from the front of `text`, starting at trace `step`;
+// `wrap` turns one trace into the way it is shown. Returns the count taken.
+unsigned long takeTraces(std::string& text, unsigned long& step,
+                         std::string (*wrap)(std::string const&) = nullptr)
+{
+    unsigned long taken = 0;
+    for (;;) {
+        std::string const trace = wrap ? wrap(trafficTrace(step)) : trafficTrace(step);
+        if (text.compare(0, trace.size(), trace) != 0)
+            return taken;
+        text.erase(0, trace.size());
+        ++step;
+        ++taken;
+    }
+}
+
+// A trace as the IMC stand-in prints it: "IMC trace <origin>:<line> <text>"
+// and its own line end. The source line is the host's business; any number
+// is accepted.
+bool takeImcTrace(std::string& text, unsigned long& step)
+{
+    std::string const prefix = "IMC trace dbg_gateway.cpp:";
+    if (text.compare(0, prefix.size(), prefix) != 0)
+        return false;
+    std::size_t position = prefix.size();
+    while (position < text.size() && isdigit(static_cast<unsigned char>(text[position])))
+        ++position;
+    if (position == prefix.size())
+        return false;
+    std::string const rest = " " + trafficTrace(step) + "\n";
+    if (text.compare(position, rest.size(), rest) != 0)
+        return false;
+    text.erase(0, position + rest.size());
+    ++step;
+    return true;
+}
+
+// A scratch directory whose path holds neither "std" nor "imc": either word
+// anywhere in "DBG out file <path>" would select another sink.
+std::unique_ptr<ScratchDir> plainScratchDir()
+{
+    for (;;) {
+        auto scratch = std::make_unique<ScratchDir>();
+        if (scratch->path().find("std") == std::string::npos && scratch->path().find("imc") == std::string::npos)
+            return scratch;
+    }
+}
+
+// A mount namespace of the test's own with a private, empty tmpfs on
+// /current, which the host inherits. Tests holding one take turns (a lock
+// on "/"), since /current may have to be made on the shared file system.
+class IsolatedCurrent {
+public:
+    // "" on success, or why isolation is impossible.
+    std::string setUp()
+    {
+        m_lock = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (m_lock == -1 || flock(m_lock, LOCK_EX) != 0)
+            return "cannot lock /: " + std::string(strerror(errno));
+        if (unshare(CLONE_NEWNS) != 0)
+            return "unshare(CLONE_NEWNS): " + std::string(strerror(errno));
+        if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            return "making / private: " + std::string(strerror(errno));
+        if (mkdir("/current", 0755) == 0)
+            m_created = true;
+        else if (errno != EEXIST)
+            return "mkdir /current: " + std::string(strerror(errno));
+        if (mount("tmpfs", "/current", "tmpfs", 0, "size=1m,mode=0755") != 0)
+            return "tmpfs on /current: " + std::string(strerror(errno));
+        m_mounted = true;
+        return "";
+    }
+
+    ~IsolatedCurrent()
+    {
+        if (m_mounted)
+            umount2("/current", MNT_DETACH);
+        if (m_created)
+            rmdir("/current");
+        if (m_lock != -1)
+            close(m_lock);
+    }
+
+private:
+    int m_lock = -1;
+    bool m_created = false;
+    bool m_mounted = false;
+};
+
+class Gateway : public ::testing::Test {
+protected:
+    void SetUp() override { signal(SIGPIPE, SIG_IGN); }
+    void TearDown() override { child.killAndReap(); }
+
+    // Starts the host and reads its banner.
+    void start(std::vector<std::string> const& args = {"--traffic", "0"},
+               ChildProcess::Terminal terminal = ChildProcess::Terminal::Pipe)
+    {
+        // A fixed locale: Tcl converts console bytes by it.
+        ASSERT_EQ(child.start(gatewayPath(), args, terminal, {"LC_ALL=C"}), "");
+        bool const onPty = terminal == ChildProcess::Terminal::Pty;
+        std::string const expected = onPty ? onTerminal(banner) : banner;
+        ASSERT_EQ(child.read(expected.size()), expected);
+        pid = child.pid();
+        ASSERT_TRUE(fileExists(keyFile(pid))) << "no shutdown listener at " << keyFile(pid);
+    }
+
+    // Types a line and expects exactly `answer` back.
+    void ask(std::string const& line, std::string const& answer)
+    {
+        ASSERT_TRUE(child.send(line + "\n")) << line;
+        EXPECT_EQ(child.read(answer.size()), answer) << "after " << line;
+    }
+
+    // The host ends with status 0, nothing more on its output than `rest`,
+    // and leaves no socket file of its own in /tmp.
+    void expectCleanEnd(std::string const& rest = "")
+    {
+        int status = -1;
+        ASSERT_TRUE(child.waitExit(status)) << "still running";
+        EXPECT_TRUE(WIFEXITED(status)) << "status " << status;
+        EXPECT_EQ(WEXITSTATUS(status), 0);
+        EXPECT_EQ(child.readToEnd(), rest);
+        EXPECT_FALSE(fileExists(keyFile(pid)));
+        EXPECT_FALSE(fileExists(stopKeyFile(pid)));
+    }
+
+    ChildProcess child;
+    pid_t pid = -1;
+};
+
+TEST_F(Gateway, BannerComesFirstOnAPipe)
+{
+    start();
+    EXPECT_EQ(child.readFor(100), "");
+    ASSERT_TRUE(child.send("exit\n"));
+    expectCleanEnd();
+}
+
+TEST_F(Gateway, HelpAndEachDbgCommandAnswerThenPrompt)
+{
+    start();
+    auto const scratch = plainScratchDir();
+    std::string const traceFile = scratch->file("gw.trace");
+    ask("help", std::string(helpText) + ">");
+    ask("DBG help", std::string(helpText) + ">");
+    ask("DBG foo", std::string(helpText) + ">");
+    ask("DBG out", "Debug Output set to console\n>");
+    ask("DBG out imc", "Debug Output set to IMC\n>");
+    ask("DBG out", "Debug Output set to IMC\n>");
+    ask("DBG out std", "Debug Output set to console\n>");
+    ask("DBG out file " + traceFile, "Debug Output set to file " + traceFile + "\n>");
+    ask("DBG out", "Debug Output set to file " + traceFile + "\n>");
+    ask("DBG out std", "Debug Output set to console\n>");
+    EXPECT_TRUE(fileExists(traceFile));
+    EXPECT_EQ(readFile(traceFile), "");
+    ask("DBG memchk 1", "Binary is not instrumented\n>");
+    ask("DBG memtrc 0", "Binary is not instrumented\n>");
+    ASSERT_TRUE(child.send("exit\n"));
+    expectCleanEnd();
+}
+
+TEST_F(Gateway, OperatorOnAPseudoTerminalStopsItWithCtrlC)
+{
+    start({"--traffic", "0"}, ChildProcess::Terminal::Pty);
+    // The terminal echoes what is typed, then shows the answer.
+    ask("help", "help\r\n" + onTerminal(helpText) + ">");
+    ask("DBG out", "DBG out\r\n" + onTerminal("Debug Output set to console\n") + ">");
+    ask("EXIT", "EXIT\r\n" + onTerminal("Unknown command EXIT\n") + ">");
+    ASSERT_TRUE(child.send("\x03"));  // the terminal's interrupt character: SIGINT
+    expectCleanEnd("^C");
+}
+
+TEST_F(Gateway, OperatorOnAPseudoTerminalEndsInputWithCtrlD)
+{
+    start({"--traffic", "0"}, ChildProcess::Terminal::Pty);
+    ask("DBG memchk", "DBG memchk\r\n" + onTerminal("Binary is not instrumented\n") + ">");
+    ASSERT_TRUE(child.send("\x04"));  // end of file at the start of a line
+    // The empty last line still goes to the manager: one more prompt.
+    expectCleanEnd(">");
+}
+
+TEST_F(Gateway, OperatorOnAPseudoTerminalTypesExit)
+{
+    start({"--traffic", "0"}, ChildProcess::Terminal::Pty);
+    ASSERT_TRUE(child.send("exit\n"));
+    expectCleanEnd("exit\r\n");
+}
+
+TEST_F(Gateway, TrafficInATraceFileByteForByte)
+{
+    start({"--traffic", "40"});
+    auto const scratch = plainScratchDir();
+    std::string const traceFile = scratch->file("traffic.trace");
+    unsigned long step = 0;
+
+    std::string const toFile = "Debug Output set to file " + traceFile + "\n>";
+    ASSERT_TRUE(child.send("DBG out file " + traceFile + "\n"));
+    std::string before = child.readThrough(toFile);
+    ASSERT_GE(before.size(), toFile.size()) << before;
+    before.erase(before.size() - toFile.size());
+    takeTraces(before, step);
+    EXPECT_EQ(before, "") << "not whole traces before the switch";
+    unsigned long const firstInFile = step;
+
+    // Traces now go to the file only.
+    EXPECT_EQ(child.readFor(500), "");
+    ASSERT_TRUE(child.send("DBG out std\n"));
+    std::string const toConsole = "Debug Output set to console\n>";
+    ASSERT_EQ(child.read(toConsole.size()), toConsole);
+
+    std::string inFile = readFile(traceFile);
+    EXPECT_GE(takeTraces(inFile, step), 5u) << "from trace " << firstInFile;
+    EXPECT_EQ(inFile, "") << "the file holds more than whole consecutive traces";
+
+    // And back on the console, carrying on where the file stopped.
+    std::string after = child.readFor(300);
+    EXPECT_GE(takeTraces(after, step), 1u) << after;
+    ASSERT_TRUE(child.send("exit\n"));
+    after += child.readFor(100);
+    takeTraces(after, step);
+    EXPECT_EQ(after, "");
+    int status = -1;
+    ASSERT_TRUE(child.waitExit(status));
+    EXPECT_EQ(status, 0);
+    takeTraces(after = child.readToEnd(), step);
+    EXPECT_EQ(after, "");
+}
+
+TEST_F(Gateway, TrafficShowsAsImcTracesAfterDbgOutImc)
+{
+    start({"--traffic", "40"});
+    unsigned long step = 0;
+    std::string const toImc = "Debug Output set to IMC\n>";
+    ASSERT_TRUE(child.send("DBG out imc\n"));
+    std::string before = child.readThrough(toImc);
+    ASSERT_GE(before.size(), toImc.size()) << before;
+    before.erase(before.size() - toImc.size());
+    takeTraces(before, step);
+    EXPECT_EQ(before, "");
+
+    std::string imc = child.readFor(400);
+    unsigned long count = 0;
+    while (takeImcTrace(imc, step))
+        ++count;
+    EXPECT_GE(count, 4u);
+    // Cut off at the end of the read, or nothing left.
+    std::string const next = "IMC trace dbg_gateway.cpp:";
+    EXPECT_EQ(imc.compare(0, std::min(imc.size(), next.size()), next, 0, std::min(imc.size(), next.size())), 0)
+        << imc;
+    ASSERT_TRUE(child.send("exit\n"));
+    int status = -1;
+    ASSERT_TRUE(child.waitExit(status));
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(Gateway, VersionAndReadFollowTheConfigurationFile)
+{
+    IsolatedCurrent current;
+    std::string const isolation = current.setUp();
+    ASSERT_EQ(isolation, "") << "cannot isolate /current";
+    start();
+    ask("DBG version", "Version is unknown\n>");
+    ask("DBG read", "configuration read: version unknown\nRead configuration\n>");
+    writeFile("/current/config.rc", "TRAXO 01.02\nvoip 3.4.5-build7\nvoip 9.9\n");
+    ask("DBG version", "Version is  3.4.5-buil\n>");
+    ask("DBG read", "configuration read: version  3.4.5-buil\nRead configuration\n>");
+    writeFile("/current/config.rc", "voipX\n");
+    ask("DBG version", "Version is X\n>");
+    ask("DBG out imc", "Debug Output set to IMC\n>");
+    // Through the IMC sink the report is an IMC trace.
+    ASSERT_TRUE(child.send("DBG read\n"));
+    std::string const answer = child.readThrough("Read configuration\n>");
+    std::string const prefix = "IMC trace dbg_gateway.cpp:";
+    ASSERT_EQ(answer.compare(0, prefix.size(), prefix), 0) << answer;
+    std::string const suffix = " configuration read: version X\n\nRead configuration\n>";
+    ASSERT_GE(answer.size(), prefix.size() + suffix.size());
+    EXPECT_EQ(answer.substr(answer.size() - suffix.size()), suffix);
+    ASSERT_TRUE(child.send("exit\n"));
+    expectCleanEnd();
+}
+
+TEST_F(Gateway, DbgStopEndsItThroughTheShutdownDatagram)
+{
+    start();
+    ASSERT_TRUE(child.send("DBG stop\n"));
+    expectCleanEnd("VELTA : processing manual shutdown...\nStoping SIP gateway ...\n>");
+}
+
+class GatewayExitLine : public Gateway, public ::testing::WithParamInterface<char const*> {
+};
+
+TEST_P(GatewayExitLine, EndsItQuietly)
+{
+    start();
+    ASSERT_TRUE(child.send(std::string(GetParam()) + "\n"));
+    expectCleanEnd();
+}
+
+INSTANTIATE_TEST_SUITE_P(Lines, GatewayExitLine, ::testing::Values("exit", "DBG exit", "  exit now"));
+
+TEST_F(Gateway, EndOfInputEndsItAfterOneLastPrompt)
+{
+    start();
+    ask("DBG out", "Debug Output set to console\n>");
+    child.closeInput();
+    expectCleanEnd(">");
+}
+
+class GatewaySignal : public Gateway, public ::testing::WithParamInterface<int> {
+};
+
+TEST_P(GatewaySignal, EndsItQuietly)
+{
+    start({"--traffic", "20"});
+    child.readFor(100);
+    child.signal(GetParam());
+    int status = -1;
+    ASSERT_TRUE(child.waitExit(status));
+    EXPECT_TRUE(WIFEXITED(status)) << "status " << status;
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    std::string rest = child.readToEnd();
+    unsigned long step = 0;
+    std::string const seen = rest;
+    takeTraces(rest, step);
+    EXPECT_EQ(rest, "") << seen;
+    EXPECT_FALSE(fileExists(keyFile(pid)));
+    EXPECT_FALSE(fileExists(stopKeyFile(pid)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, GatewaySignal, ::testing::Values(SIGTERM, SIGINT));
+
+TEST_F(Gateway, UpperCaseExitGoesToTheManagerAndTheHostGoesOn)
+{
+    start();
+    ask("EXIT", "Unknown command EXIT\n>");
+    EXPECT_TRUE(child.running());
+    ask("help", std::string(helpText) + ">");
+    ASSERT_TRUE(child.send("exit\n"));
+    expectCleanEnd();
+}
+
+TEST_F(Gateway, BadInputLeavesItAnswering)
+{
+    start();
+    // Tcl hands lines over in its own UTF-8 form: a NUL byte as C0 80.
+    std::string const nulLine("\0\0help\0x", 8);
+    ASSERT_EQ(nulLine.size(), 8u);
+    ask(nulLine, "Unknown command \xC0\x80\xC0\x80help\xC0\x80x\n>");
+    ask("DBG memchk\x01\x02 1", "Binary is not instrumented\n>");
+    ask("\x1b[A\x1b[2J\x1b]0;title\x07", "Unknown command \x1b[A\x1b[2J\x1b]0;title\x07\n>");
+    ask("\t \t", ">");
+    std::string const longLine(1 << 20, 'x');
+    ASSERT_TRUE(child.send(longLine, 20000));
+    EXPECT_EQ(child.readFor(200), "") << "answered before the line end";
+    ASSERT_TRUE(child.send("\nhelp\n"));
+    std::string const expected = "Unknown command " + longLine + "\n>" + helpText + ">";
+    std::string const got = child.read(expected.size(), 20000);
+    EXPECT_TRUE(got == expected) << "got " << got.size() << " bytes, expected " << expected.size();
+    EXPECT_TRUE(child.running());
+    ASSERT_TRUE(child.send("exit\n"));
+    expectCleanEnd();
+}
+
+TEST_F(Gateway, WithoutTheImcManagerEveryLineIsLost)
+{
+    start({"--traffic", "0", "--no-imc"});
+    ask("help", "command lost\n>");
+    ask("DBG out std", "command lost\n>");
+    ask("", "command lost\n>");
+    ASSERT_TRUE(child.send("exit\n"));
+    expectCleanEnd();
+}
+
+TEST_F(Gateway, WithoutTheImcManagerTrafficStillReachesTheConsole)
+{
+    start({"--traffic", "20", "--no-imc"});
+    std::string seen = child.readFor(300);
+    unsigned long step = 0;
+    EXPECT_GE(takeTraces(seen, step), 3u);
+    ASSERT_TRUE(child.send("exit\n"));
+    int status = -1;
+    ASSERT_TRUE(child.waitExit(status));
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(Gateway, HelpOptionAndBadOptions)
+{
+    ASSERT_EQ(child.start(gatewayPath(), {"--help"}, ChildProcess::Terminal::Pipe), "");
+    std::string const usage = child.readToEnd();
+    EXPECT_EQ(usage.compare(0, 7, "usage: "), 0) << usage;
+    EXPECT_NE(usage.find("--traffic MS"), std::string::npos) << usage;
+    int status = -1;
+    ASSERT_TRUE(child.waitExit(status));
+    EXPECT_EQ(status, 0);
+
+    for (auto const& args : std::vector<std::vector<std::string>>{{"--traffic"}, {"--traffic", "-1"},
+                                                                   {"--traffic", "5x"}, {"--bogus"}}) {
+        ChildProcess bad;
+        ASSERT_EQ(bad.start(gatewayPath(), args, ChildProcess::Terminal::Pipe), "");
+        EXPECT_EQ(bad.readToEnd(), "") << args[0];
+        ASSERT_TRUE(bad.waitExit(status));
+        EXPECT_TRUE(WIFEXITED(status));
+        EXPECT_EQ(WEXITSTATUS(status), 2) << args[0];
+    }
+}
+
+}  // namespace
