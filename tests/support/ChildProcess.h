@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,7 +37,15 @@ public:
     {
         if (access(path.c_str(), X_OK) != 0)
             return "not executable: " + path;
-        std::vector<std::string> argStrings{path};
+        // In a cross build the target program runs under the same emulator
+        // as the tests (DBG_TEST_EMULATOR, its words separated by blanks).
+        std::vector<std::string> argStrings;
+        if (char const* emulator = getenv("DBG_TEST_EMULATOR")) {
+            std::istringstream words(emulator);
+            for (std::string word; words >> word;)
+                argStrings.push_back(word);
+        }
+        argStrings.push_back(path);
         argStrings.insert(argStrings.end(), args.begin(), args.end());
         std::vector<std::string> envStrings;
         for (char** entry = environ; *entry; ++entry) {
