@@ -19,15 +19,6 @@ using imc_standin::Operation;
 
 namespace {
 
-std::vector<Call> callsOf(Operation operation)
-{
-    std::vector<Call> found;
-    for (Call const& call : imc_standin::calls())
-        if (call.operation == operation)
-            found.push_back(call);
-    return found;
-}
-
 void expectCall(Call const& call, Operation operation, std::string const& key,
                 IMC_CommandObserver const* observer)
 {

@@ -1,4 +1,4 @@
-// The operator console against the IMC stand-in, in process: the banner, the
+// The operator console against the IMC stand-in, in process: the expectedBanner, the
 // "exit" lines, how lines reach the manager, what happens without one, and
 // the Tcl handler reading from a real pipe on fd 0.
 #include <fcntl.h>
@@ -21,16 +21,6 @@
 #include "TestSupport.h"
 
 namespace {
-
-char const banner[] =
-    "+==========================+\n"
-    "|    SIP trunk Gateway     |\n"
-    "+--------------------------+\n"
-    "|   Command line Mode:     |\n"
-    "|    - help to start       |\n"
-    "|    - exit to stop        |\n"
-    "+==========================+\n"
-    ">\n";
 
 volatile sig_atomic_t sigtermCount = 0;
 
@@ -131,7 +121,7 @@ protected:
         m_writeEnd = -1;
     }
 
-    // The console, created with its banner out of the way.
+    // The console, created with its expectedBanner out of the way.
     DBG_InManager* console()
     {
         CoutCapture quiet;
@@ -148,7 +138,7 @@ TEST_F(Console, BannerIsSevenBoxLinesAndAPromptLine)
 {
     CoutCapture out;
     ASSERT_NE(DBG_InManager::instance(), nullptr);
-    EXPECT_EQ(out.text(), banner);
+    EXPECT_EQ(out.text(), expectedBanner);
     std::string const text = out.text();
     std::size_t begin = 0;
     for (int line = 0; line < 7; ++line) {
@@ -166,7 +156,7 @@ TEST_F(Console, SecondInstanceCallReturnsTheSameConsoleWithoutBanner)
     DBG_InManager* const first = DBG_InManager::instance();
     DBG_InManager* const second = DBG_InManager::instance();
     EXPECT_EQ(first, second);
-    EXPECT_EQ(out.text(), banner);
+    EXPECT_EQ(out.text(), expectedBanner);
 }
 
 TEST_F(Console, InstanceAfterDesinstancePrintsTheBannerAgain)
@@ -179,7 +169,7 @@ TEST_F(Console, InstanceAfterDesinstancePrintsTheBannerAgain)
     DBG_InManager* const again = DBG_InManager::instance();
     ASSERT_NE(again, nullptr);
     EXPECT_EQ(again->chan, nullptr);
-    EXPECT_EQ(out.text(), std::string(banner) + banner);
+    EXPECT_EQ(out.text(), std::string(expectedBanner) + expectedBanner);
 }
 
 TEST_F(Console, ConsoleAfterDesinstanceReadsTheStandardInputTheHostGivesAgain)
@@ -201,7 +191,7 @@ TEST_F(Console, ConsoleAfterDesinstanceReadsTheStandardInputTheHostGivesAgain)
     auto const received = callsOf(imc_standin::Operation::ReceiveCommand);
     ASSERT_EQ(received.size(), 1u);
     EXPECT_EQ(received[0].text, "EXIT");
-    EXPECT_EQ(out.text(), std::string(banner) + "Unknown command EXIT\n>");
+    EXPECT_EQ(out.text(), std::string(expectedBanner) + "Unknown command EXIT\n>");
 }
 
 TEST_F(Console, WithoutStandardInputTheBannerStillComes)
@@ -211,7 +201,7 @@ TEST_F(Console, WithoutStandardInputTheBannerStillComes)
     DBG_InManager* const in = DBG_InManager::instance();
     ASSERT_NE(in, nullptr);
     EXPECT_EQ(in->chan, nullptr);
-    EXPECT_EQ(out.text(), banner);
+    EXPECT_EQ(out.text(), expectedBanner);
     DBG_InManager::desinstance();
 }
 

@@ -20,24 +20,6 @@
 
 namespace {
 
-char const banner[] =
-    "+==========================+\n"
-    "|    SIP trunk Gateway     |\n"
-    "+--------------------------+\n"
-    "|   Command line Mode:     |\n"
-    "|    - help to start       |\n"
-    "|    - exit to stop        |\n"
-    "+==========================+\n"
-    ">\n";
-
-char const helpText[] =
-    "key DBG:\n\tDBG help : display this specific help\n\tDBG out [std | imc | file <name>]\n"
-    "\t\tnone : get the current output mode\n\t\tstd  : debug traces send to standard output\n"
-    "\t\timc  : debug traces send to imc (debug module)\n\t\tfile <name> : debug traces send to file <name>\n"
-    "\tDBG stop : stop the sip gw (like Ctrl-C)\n\tDBG read : read configuration\n"
-    "\tDBG version : return the version number\n\tDBG memchk 0|1 : unset/set memory check\n"
-    "\tDBG memtrc 0|1 : unset/set memory trace\n";
-
 // The host lives beside the tests: <build>/tests/test_gateway and
 // <build>/tools/dbg-gateway.
 std::string gatewayPath()
@@ -199,14 +181,14 @@ protected:
     void SetUp() override { signal(SIGPIPE, SIG_IGN); }
     void TearDown() override { child.killAndReap(); }
 
-    // Starts the host and reads its banner.
+    // Starts the host and reads its expectedBanner.
     void start(std::vector<std::string> const& args = {"--traffic", "0"},
                ChildProcess::Terminal terminal = ChildProcess::Terminal::Pipe)
     {
         // A fixed locale: Tcl converts console bytes by it.
         ASSERT_EQ(child.start(gatewayPath(), args, terminal, {"LC_ALL=C"}), "");
         bool const onPty = terminal == ChildProcess::Terminal::Pty;
-        std::string const expected = onPty ? onTerminal(banner) : banner;
+        std::string const expected = onPty ? onTerminal(expectedBanner) : expectedBanner;
         ASSERT_EQ(child.read(expected.size()), expected);
         pid = child.pid();
         ASSERT_TRUE(fileExists(keyFile(pid))) << "no shutdown listener at " << keyFile(pid);
@@ -249,9 +231,9 @@ TEST_F(Gateway, HelpAndEachDbgCommandAnswerThenPrompt)
     start();
     auto const scratch = plainScratchDir();
     std::string const traceFile = scratch->file("gw.trace");
-    ask("help", std::string(helpText) + ">");
-    ask("DBG help", std::string(helpText) + ">");
-    ask("DBG foo", std::string(helpText) + ">");
+    ask("help", std::string(expectedHelpText) + ">");
+    ask("DBG help", std::string(expectedHelpText) + ">");
+    ask("DBG foo", std::string(expectedHelpText) + ">");
     ask("DBG out", "Debug Output set to console\n>");
     ask("DBG out imc", "Debug Output set to IMC\n>");
     ask("DBG out", "Debug Output set to IMC\n>");
@@ -271,7 +253,7 @@ TEST_F(Gateway, OperatorOnAPseudoTerminalStopsItWithCtrlC)
 {
     start({"--traffic", "0"}, ChildProcess::Terminal::Pty);
     // The terminal echoes what is typed, then shows the answer.
-    ask("help", "help\r\n" + onTerminal(helpText) + ">");
+    ask("help", "help\r\n" + onTerminal(expectedHelpText) + ">");
     ask("DBG out", "DBG out\r\n" + onTerminal("Debug Output set to console\n") + ">");
     ask("EXIT", "EXIT\r\n" + onTerminal("Unknown command EXIT\n") + ">");
     ASSERT_TRUE(child.send("\x03"));  // the terminal's interrupt character: SIGINT
@@ -442,7 +424,7 @@ TEST_F(Gateway, UpperCaseExitGoesToTheManagerAndTheHostGoesOn)
     start();
     ask("EXIT", "Unknown command EXIT\n>");
     EXPECT_TRUE(child.running());
-    ask("help", std::string(helpText) + ">");
+    ask("help", std::string(expectedHelpText) + ">");
     ASSERT_TRUE(child.send("exit\n"));
     expectCleanEnd();
 }
@@ -461,7 +443,7 @@ TEST_F(Gateway, BadInputLeavesItAnswering)
     ASSERT_TRUE(child.send(longLine, 20000));
     EXPECT_EQ(child.readFor(200), "") << "answered before the line end";
     ASSERT_TRUE(child.send("\nhelp\n"));
-    std::string const expected = "Unknown command " + longLine + "\n>" + helpText + ">";
+    std::string const expected = "Unknown command " + longLine + "\n>" + expectedHelpText + ">";
     std::string const got = child.read(expected.size(), 20000);
     EXPECT_TRUE(got == expected) << "got " << got.size() << " bytes, expected " << expected.size();
     EXPECT_TRUE(child.running());

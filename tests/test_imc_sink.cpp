@@ -20,15 +20,6 @@ namespace {
 
 std::string const NUL(1, '\0');
 
-std::vector<Call> callsOf(Operation operation)
-{
-    std::vector<Call> found;
-    for (Call const& call : imc_standin::calls())
-        if (call.operation == operation)
-            found.push_back(call);
-    return found;
-}
-
 // The texts handed to trace or error, in order.
 std::vector<std::string> sentTexts()
 {

@@ -27,15 +27,6 @@ void recordOutput(Events* events)
     manager->pOutput = new RecordingSink(events);
 }
 
-std::vector<Call> callsOf(Operation operation)
-{
-    std::vector<Call> found;
-    for (Call const& call : imc_standin::calls())
-        if (call.operation == operation)
-            found.push_back(call);
-    return found;
-}
-
 // Destroys the output manager at the end of a test that runs without the
 // IMC stand-in (ImcSession does it otherwise).
 struct OutManagerCleanup {

@@ -26,15 +26,6 @@ std::string displayName(DBG_Output const& sink)
     return sink;
 }
 
-std::vector<Call> callsOf(Operation operation)
-{
-    std::vector<Call> found;
-    for (Call const& call : imc_standin::calls())
-        if (call.operation == operation)
-            found.push_back(call);
-    return found;
-}
-
 // A recording sink that also runs a probe when it is destroyed.
 class ProbedSink : public RecordingSink {
 public:

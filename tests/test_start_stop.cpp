@@ -39,23 +39,6 @@ std::vector<unsigned char> expectedRecord(unsigned char identifierByte)
     return bytes;
 }
 
-std::vector<Operation> operations()
-{
-    std::vector<Operation> found;
-    for (Call const& call : imc_standin::calls())
-        found.push_back(call.operation);
-    return found;
-}
-
-std::vector<Call> callsOf(Operation operation)
-{
-    std::vector<Call> found;
-    for (Call const& call : imc_standin::calls())
-        if (call.operation == operation)
-            found.push_back(call);
-    return found;
-}
-
 std::string socketMessage(int error)
 {
     return "VELTA : cannot create debug socket (" + std::to_string(error) + "\n";

@@ -268,3 +268,44 @@ bool DatagramListener::receive(std::string* data, std::string* senderPath)
     senderPath->assign(sender.sun_path, strnlen(sender.sun_path, std::min(pathRoom, sizeof sender.sun_path)));
     return true;
 }
+
+std::vector<imc_standin::Call> callsOf(imc_standin::Operation operation)
+{
+    std::vector<imc_standin::Call> found;
+    for (imc_standin::Call const& call : imc_standin::calls())
+        if (call.operation == operation)
+            found.push_back(call);
+    return found;
+}
+
+std::vector<imc_standin::Operation> operations()
+{
+    std::vector<imc_standin::Operation> found;
+    for (imc_standin::Call const& call : imc_standin::calls())
+        found.push_back(call.operation);
+    return found;
+}
+
+char const expectedBanner[] =
+    "+==========================+\n"
+    "|    SIP trunk Gateway     |\n"
+    "+--------------------------+\n"
+    "|   Command line Mode:     |\n"
+    "|    - help to start       |\n"
+    "|    - exit to stop        |\n"
+    "+==========================+\n"
+    ">\n";
+
+char const expectedHelpText[] =
+    "key DBG:\n"
+    "\tDBG help : display this specific help\n"
+    "\tDBG out [std | imc | file <name>]\n"
+    "\t\tnone : get the current output mode\n"
+    "\t\tstd  : debug traces send to standard output\n"
+    "\t\timc  : debug traces send to imc (debug module)\n"
+    "\t\tfile <name> : debug traces send to file <name>\n"
+    "\tDBG stop : stop the sip gw (like Ctrl-C)\n"
+    "\tDBG read : read configuration\n"
+    "\tDBG version : return the version number\n"
+    "\tDBG memchk 0|1 : unset/set memory check\n"
+    "\tDBG memtrc 0|1 : unset/set memory trace\n";

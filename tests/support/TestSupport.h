@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "DBG_Output.h"
+#include "IMC_StandIn.h"
 
 // Collects everything written to std::cout while it lives.
 class CoutCapture {
@@ -122,5 +123,13 @@ public:
 private:
     int m_fd = -1;
 };
+
+// The recorded IMC calls of one operation, and the operations in order.
+std::vector<imc_standin::Call> callsOf(imc_standin::Operation operation);
+std::vector<imc_standin::Operation> operations();
+
+// The console's banner, prompt included, and the DBG help text.
+extern char const expectedBanner[];
+extern char const expectedHelpText[];
 
 #endif
