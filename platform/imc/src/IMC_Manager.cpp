@@ -40,20 +40,25 @@ StandIn& standIn()
     return state;
 }
 
-Call callOf(Operation operation, std::string text = {}, std::string origin = {}, int number = 0)
+// Nothing is copied unless a test asked for the record: hosts and
+// benchmarks pay no more than a test.
+void record(Operation operation, std::string const& text = std::string(),
+            std::string const& origin = std::string(), int number = 0,
+            IMC_CommandObserver const* observer = nullptr, imc_msg const* msg = nullptr)
 {
+    if (!standIn().recording)
+        return;
     Call call;
     call.operation = operation;
-    call.text = std::move(text);
-    call.origin = std::move(origin);
+    call.text = text;
+    call.origin = origin;
     call.number = number;
-    return call;
-}
-
-void record(Call call)
-{
-    if (standIn().recording)
-        standIn().calls.push_back(std::move(call));
+    call.observer = observer;
+    if (msg) {
+        auto const* bytes = reinterpret_cast<unsigned char const*>(msg);
+        call.record.assign(bytes, bytes + sizeof *msg);
+    }
+    standIn().calls.push_back(std::move(call));
 }
 
 // The fault now due for an operation, counting it down.
@@ -109,7 +114,7 @@ IMC_CommandObserver::~IMC_CommandObserver() = default;
 
 IMC_Manager* IMC_Manager::instance(unsigned char module)
 {
-    record(callOf(Operation::Instance, "", "", module));
+    record(Operation::Instance, "", "", module);
     if (raiseDueFault(Operation::Instance) == Fault::NullInstance)
         return nullptr;
     if (!standIn().manager)
@@ -119,18 +124,14 @@ IMC_Manager* IMC_Manager::instance(unsigned char module)
 
 void IMC_Manager::registration(IMC_CommandObserver* observer, std::string const& key)
 {
-    Call call = callOf(Operation::Registration, key);
-    call.observer = observer;
-    record(call);
+    record(Operation::Registration, key, "", 0, observer);
     raiseDueFault(Operation::Registration);
     routing->observers[key].push_back(observer);
 }
 
 void IMC_Manager::unregistration(IMC_CommandObserver* observer, std::string const& key)
 {
-    Call call = callOf(Operation::Unregistration, key);
-    call.observer = observer;
-    record(call);
+    record(Operation::Unregistration, key, "", 0, observer);
     raiseDueFault(Operation::Unregistration);
     auto& registered = routing->observers[key];
     for (auto it = registered.begin(); it != registered.end(); ++it) {
@@ -143,7 +144,7 @@ void IMC_Manager::unregistration(IMC_CommandObserver* observer, std::string cons
 
 void IMC_Manager::receiveCommand(int source, std::string const& line)
 {
-    record(callOf(Operation::ReceiveCommand, line, "", source));
+    record(Operation::ReceiveCommand, line, "", source);
     raiseDueFault(Operation::ReceiveCommand);
     std::string const key = keyOf(line);
     // A copy: an observer may unregister while it runs.
@@ -162,7 +163,7 @@ void IMC_Manager::receiveCommand(int source, std::string const& line)
 
 void IMC_Manager::answerCommand(std::string const& answer)
 {
-    record(callOf(Operation::AnswerCommand, answer));
+    record(Operation::AnswerCommand, answer);
     raiseDueFault(Operation::AnswerCommand);
     if (consoleFlag || !standIn().answerHandler)
         std::cout << answer << std::flush;
@@ -172,24 +173,21 @@ void IMC_Manager::answerCommand(std::string const& answer)
 
 void IMC_Manager::trace(std::string const& text, std::string const& origin, int line) const
 {
-    record(callOf(Operation::Trace, text, origin, line));
+    record(Operation::Trace, text, origin, line);
     raiseDueFault(Operation::Trace);
     writeTrace("trace", text, origin, line);
 }
 
 void IMC_Manager::error(std::string const& text, std::string const& origin, int line) const
 {
-    record(callOf(Operation::Error, text, origin, line));
+    record(Operation::Error, text, origin, line);
     raiseDueFault(Operation::Error);
     writeTrace("ERROR", text, origin, line);
 }
 
 void IMC_Manager::post(imc_msg& msg)
 {
-    Call call = callOf(Operation::Post);
-    auto const* bytes = reinterpret_cast<unsigned char const*>(&msg);
-    call.record.assign(bytes, bytes + sizeof msg);
-    record(call);
+    record(Operation::Post, "", "", 0, nullptr, &msg);
     raiseDueFault(Operation::Post);
     if (standIn().postHandler)
         standIn().postHandler(msg);
@@ -197,7 +195,7 @@ void IMC_Manager::post(imc_msg& msg)
 
 void IMC_Manager::coreDumpExit(ExitCause cause)
 {
-    record(callOf(Operation::CoreDumpExit, "", "", cause));
+    record(Operation::CoreDumpExit, "", "", cause);
     raiseDueFault(Operation::CoreDumpExit);
     std::cout.flush();
     std::cerr << "IMC : core dump exit (cause " << cause << ")" << std::endl;
@@ -243,6 +241,11 @@ void setPostHandler(std::function<void(imc_msg const&)> handler)
 void setAnswerHandler(std::function<void(std::string const&)> handler)
 {
     standIn().answerHandler = std::move(handler);
+}
+
+std::function<void(std::string const&)> answerHandler()
+{
+    return standIn().answerHandler;
 }
 
 void injectFault(Operation operation, Fault fault, int times, int skip)
