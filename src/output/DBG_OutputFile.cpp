@@ -12,9 +12,14 @@ DBG_OutputFile::operator std::string const() const
     return "file " + m_name;
 }
 
+// A plain write of the bytes into the stream's buffer. What << and write()
+// add has nothing to do on m_file: nothing sets a width on it (padding), it
+// has no tie and no unitbuf (the sentry). A failed stream still discards all.
 DBG_Output& DBG_OutputFile::operator<<(std::string const& text)
 {
-    m_file << text;
+    auto const size = static_cast<std::streamsize>(text.size());
+    if (m_file.good() && m_file.rdbuf()->sputn(text.data(), size) != size)
+        m_file.setstate(std::ios::badbit);
     return *this;
 }
 

@@ -13,9 +13,10 @@ DBG_OutputImc::operator std::string const() const
     return "IMC";
 }
 
+// A plain write of the bytes: nothing ever sets a width on m_buffer.
 DBG_Output& DBG_OutputImc::operator<<(std::string const& text)
 {
-    m_buffer << text;
+    m_buffer.write(text.data(), static_cast<std::streamsize>(text.size()));
     return *this;
 }
 
