@@ -1,0 +1,120 @@
+// Driver for Callgrind: N operations per case, with collection switched on
+// only around each case's loop (run with --collect-atstart=no), and the
+// counts dumped under the case's name. Setup and warm-up are not counted.
+// Standard output receives the console sink's bytes: send it to /dev/null.
+#include <valgrind/callgrind.h>
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <spdlog/logger.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/basic_file_sink.h>
+
+#include "BenchSupport.h"
+#include "DBG_Log.h"
+#include "DBG_OutManager.h"
+#include "DBG_Output.h"
+#include "IMC_StandIn.h"
+
+namespace {
+
+constexpr int operations = 10000;
+constexpr int warmUp = 100;
+
+template <typename Operation>
+void count(char const* name, Operation operation)
+{
+    for (int i = 0; i < warmUp; ++i)
+        operation();
+    CALLGRIND_TOGGLE_COLLECT;
+    for (int i = 0; i < operations; ++i)
+        operation();
+    CALLGRIND_TOGGLE_COLLECT;
+    CALLGRIND_DUMP_STATS_AT(name);
+}
+
+std::string scratch(char const* directory, char const* name)
+{
+    return std::string(directory) + "/" + name;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    char const* directory = argc > 1 ? argv[1] : "/tmp";
+    imc_standin::start(0x5A);
+    imc_standin::setTraceStream(nullptr);
+    DBG_OutManager* manager = DBG_OutManager::instance();
+    DBG_Log const log;
+    std::string const plain = bench::message(64, false);
+    std::string const percent = bench::message(64, true);
+    std::string const filePath = scratch(directory, "dbg-count-file.txt");
+
+    auto trace = [&](std::string const& text, std::string const& origin) {
+        return [&] { log.trace(text, origin, bench::traceLine); };
+    };
+
+    manager->setConsoleOutput();
+    count("trace/console/64/plain/short", trace(plain, bench::shortOrigin));
+    count("trace/console/64/plain/long", trace(plain, bench::longOrigin));
+    manager->setFileOutput(filePath);
+    count("trace/file/64/plain/short", trace(plain, bench::shortOrigin));
+    count("trace/file/64/plain/long", trace(plain, bench::longOrigin));
+    count("trace/file/64/percent/short", trace(percent, bench::shortOrigin));
+    count("error/file/64/plain/short",
+          [&] { log.error(plain, bench::errorDetail, bench::shortOrigin, bench::traceLine); });
+    manager->setImcOutput();
+    count("trace/imc/64/plain/short", trace(plain, bench::shortOrigin));
+    count("trace/imc/64/plain/long", trace(plain, bench::longOrigin));
+    manager->setConsoleOutput();
+
+    std::string const handed = plain + '\0';
+    count("ref/imc_standin/64/short",
+          [&] { IMC_Manager::instance(255)->trace(handed, bench::shortOrigin, bench::traceLine); });
+
+    {
+        std::ofstream file(scratch(directory, "dbg-count-ofstream.txt"));
+        count("ref/ofstream_write/64", [&] { file.write(plain.data(), std::streamsize(plain.size())); });
+    }
+    {
+        std::FILE* file = std::fopen(scratch(directory, "dbg-count-fwrite.txt").c_str(), "w");
+        count("ref/fwrite/64", [&] { std::fwrite(plain.data(), 1, plain.size(), file); });
+        std::fclose(file);
+    }
+    {
+        std::ostringstream stream(std::ios::out);
+        count("ref/ostringstream_str/64", [&] {
+            stream.write(plain.data(), std::streamsize(plain.size()));
+            std::string const taken = stream.str();
+            stream.seekp(0);
+        });
+    }
+    {
+        auto sink = std::make_shared<spdlog::sinks::basic_file_sink_st>(
+            scratch(directory, "dbg-count-spdlog.txt"), true);
+        spdlog::logger logger("count", sink);
+        logger.set_formatter(std::make_unique<spdlog::pattern_formatter>(
+            "%v", spdlog::pattern_time_type::local, std::string()));
+        count("ref/spdlog/64/plain", [&] { logger.info(plain); });
+    }
+
+    std::vector<unsigned char> data(256);
+    for (unsigned int i = 0; i < data.size(); ++i)
+        data[i] = static_cast<unsigned char>(i * 37 + 11);
+    count("hexadump/256", [&] { std::string const dump = DBG_Output::hexaDump(data.data(), 256); });
+    count("ref/snprintf_hexdump/256",
+          [&] { std::string const dump = bench::snprintfHexDump(data.data(), 256); });
+
+    DBG_OutManager::desinstance();
+    imc_standin::stop();
+    for (char const* name : {"dbg-count-file.txt", "dbg-count-ofstream.txt", "dbg-count-fwrite.txt",
+                             "dbg-count-spdlog.txt"})
+        std::remove(scratch(directory, name).c_str());
+    return 0;
+}
