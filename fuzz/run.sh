@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Runs every libFuzzer target of build/fuzz for SECONDS each, on a scratch
+# copy of its seed corpus (new inputs never land in fuzz/corpus/). Crash
+# inputs go to build/fuzz/artifacts/, each run's output to build/fuzz/logs/.
+# Called by ./run fuzz SECONDS after the fuzz preset is built.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+seconds=${1:-60}
+if ! [[ $seconds =~ ^[1-9][0-9]*$ ]]; then
+    echo "usage: ./run fuzz SECONDS (a whole number above 0)" >&2
+    exit 2
+fi
+
+binaries=build/fuzz/fuzz
+artifacts=$PWD/build/fuzz/artifacts
+logs=$PWD/build/fuzz/logs
+mkdir -p "$artifacts" "$logs"
+scratch=$(mktemp -d "${TMPDIR:-/tmp}/dbg-fuzz-run.XXXXXX")
+hadCurrent=0
+[ -e /current ] && hadCurrent=1
+
+cleanup() {
+    rm -rf "$scratch"
+    # The version target removes the /current it made when it ends; after a
+    # crash the empty directory is removed here, under the same lock on "/"
+    # the test suite's isolation takes.
+    if [ "$hadCurrent" = 0 ] && [ -d /current ]; then
+        flock / rmdir /current 2>/dev/null || true
+    fi
+}
+trap cleanup EXIT
+
+status=0
+for corpusDir in fuzz/corpus/*/; do
+    target=$(basename "$corpusDir")
+    corpus=$scratch/$target
+    mkdir -p "$corpus"
+    cp -- "$corpusDir"* "$corpus/"
+    seeds=$(find "$corpus" -type f | wc -l)
+    options=(-max_total_time="$seconds" -max_len=4096 -timeout=10 -print_final_stats=1
+             -artifact_prefix="$artifacts/$target-")
+    [ -f "fuzz/$target.dict" ] && options+=(-dict="$PWD/fuzz/$target.dict")
+    log=$logs/$target.log
+    if "$binaries/fuzz_$target" "${options[@]}" "$corpus" >"$log" 2>&1; then
+        runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
+        coverage=$(sed -n 's/^#[0-9]*[[:space:]]*DONE[[:space:]]*cov: \([0-9]*\).*/\1/p' "$log")
+        printf 'fuzz %-9s %10s executions in %ss, %s seeds -> %s inputs, coverage %s\n' \
+            "$target" "${runs:-?}" "$seconds" "$seeds" "$(find "$corpus" -type f | wc -l)" "${coverage:-?}"
+    else
+        echo "fuzz $target FAILED; log $log, inputs in $artifacts/:" >&2
+        tail -n 40 "$log" >&2
+        status=1
+    fi
+done
+exit $status
