@@ -1,6 +1,7 @@
 // Demo gateway host: the debug library at work as the gateway process uses
-// it. It starts the IMC manager stand-in, opens the operator console on
-// standard input, listens for the manual shutdown datagram at
+// it. It starts the IMC manager stand-in (with its remote command socket for
+// dbgctl), opens the operator console on standard input, listens for the
+// manual shutdown datagram at
 // /tmp//<pid>.key, re-reads its configuration on IMC request 600, and
 // simulates call traffic as traces on a Tcl timer. Everything runs on the
 // Tcl event loop until a shutdown is asked for ("exit" on the console, end
@@ -14,6 +15,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -50,7 +52,8 @@ void printUsage(std::ostream& out, char const* program)
         << defaultTrafficMs << ", 0: no traffic)\n"
         << "  --no-imc      run without the IMC manager: console lines are lost\n"
         << "  --help        this text\n"
-        << "Type \"help\" on the console for the DBG commands, \"exit\" to stop.\n";
+        << "Type \"help\" on the console for the DBG commands, \"exit\" to stop.\n"
+        << "From another terminal: dbgctl DBG out file <name> (the IMC manager's socket).\n";
 }
 
 // Parses the command line; exits on --help (0) or on a bad option (2).
@@ -204,6 +207,34 @@ FileId fileId(std::string const& path)
     return id;
 }
 
+// ---- remote commands (dbgctl) -----------------------------------------------
+
+// The stand-in's socket and connections are served by this event loop.
+void onRemoteReady(ClientData data, int mask)
+{
+    int events = 0;
+    if (mask & TCL_READABLE)
+        events |= imc_standin::RemoteReadable;
+    if (mask & TCL_WRITABLE)
+        events |= imc_standin::RemoteWritable;
+    imc_standin::serviceRemote(int(reinterpret_cast<std::intptr_t>(data)), events);
+}
+
+void watchRemote(int descriptor, int events)
+{
+    if (events == 0) {
+        Tcl_DeleteFileHandler(descriptor);
+        return;
+    }
+    int mask = 0;
+    if (events & imc_standin::RemoteReadable)
+        mask |= TCL_READABLE;
+    if (events & imc_standin::RemoteWritable)
+        mask |= TCL_WRITABLE;
+    Tcl_CreateFileHandler(descriptor, mask, onRemoteReady,
+                          reinterpret_cast<ClientData>(static_cast<std::intptr_t>(descriptor)));
+}
+
 // ---- configuration and traffic ---------------------------------------------
 
 std::unique_ptr<DBG_Log> gatewayLog;
@@ -319,6 +350,12 @@ int main(int argc, char** argv)
     }
     std::string const stopPath = keyPath("/dbg");
     FileId const stopFileBefore = fileId(stopPath);
+    // Without remote commands the gateway still runs; the operator is told.
+    if (options.imc) {
+        std::string const problem = imc_standin::startRemote(watchRemote);
+        if (!problem.empty())
+            std::cerr << argv[0] << ": no remote commands: " << problem << "\n";
+    }
 
     DBG_InManager::instance();
 
@@ -348,6 +385,7 @@ int main(int argc, char** argv)
         unlink(stopPath.c_str());
     tearDownSignals();
     if (options.imc) {
+        imc_standin::stopRemote();
         imc_standin::setPostHandler(nullptr);
         imc_standin::stop();
     }

@@ -3,6 +3,7 @@
 #ifndef IMC_STANDIN_H
 #define IMC_STANDIN_H
 
+#include <cstddef>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -48,6 +49,31 @@ IMC_Manager* manager();  // null while not started
 void setTraceStream(std::ostream* stream);  // null discards traces and errors
 void setPostHandler(std::function<void(imc_msg const&)> handler);
 void setAnswerHandler(std::function<void(std::string const&)> handler);
+std::function<void(std::string const&)> answerHandler();
+
+// Remote commands, for an operator's dbgctl: a local stream socket on which
+// each connection carries one command line, delivered like a console line
+// (receiveCommand), and gets the line's answer back before it is closed.
+// The socket is <directory>/gateway-<pid>.sock, the directory being
+// $XDG_RUNTIME_DIR/dbg when that variable names a directory, else
+// /tmp/dbg-<uid>; the directory is kept at mode 0700, the socket at 0600,
+// and a connection from any other user than this process's is refused.
+//
+// The stand-in never blocks and has no event loop of its own: it tells the
+// host which descriptors to watch through `watch` (events 0: stop watching,
+// said before the descriptor is closed), and the host calls serviceRemote
+// when one is ready.
+enum RemoteEvent { RemoteReadable = 1, RemoteWritable = 2 };
+using RemoteWatch = std::function<void(int descriptor, int events)>;
+constexpr std::size_t remoteLineLimit = 4096;     // bytes before the line end
+constexpr std::size_t remoteConnectionLimit = 16;  // beyond: the oldest is dropped
+// Listens; returns "" or why it cannot. Needs a started manager.
+std::string startRemote(RemoteWatch watch);
+void serviceRemote(int descriptor, int events);
+std::string remoteSocketPath();  // "" while not listening
+// Closes every connection, removes the socket, and the directory when
+// nothing else is left in it.
+void stopRemote();
 
 // Test side. A fault hits after `skip` calls of the operation have gone
 // through, then stays until cleared, or for `times` calls when given.

@@ -1,0 +1,181 @@
+# Debian packages through CPack (./run package): one package per install
+# component, for the host or, in a cross build, for the target.
+
+set(DBG_DEB_MAINTAINER "SIP Trunk Gateway Team <sipgw-dev@example.org>")
+set(DBG_DEB_SOURCE dbg)
+set(DBG_DEB_RELEASE 1)
+set(DBG_DEB_VERSION ${PROJECT_VERSION}-${DBG_DEB_RELEASE})
+
+set(dbg_deb_packages
+  runtime libdbg1
+  development libdbg-dev
+  imc-standin libimc1
+  imc-standin-dev libimc-dev
+  vcom-standin libvcom-dev
+  tools dbg-tools)
+
+# Debian wants copyright and changelog.Debian.gz in every package's doc
+# directory, the changelog compressed with gzip -9n.
+if(DBG_INSTALL_DEBIAN_DOCS)
+  find_program(DBG_GZIP gzip REQUIRED)
+  configure_file(cmake/debian/changelog.in ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.Debian @ONLY)
+  execute_process(COMMAND ${DBG_GZIP} -9nf ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.Debian
+    RESULT_VARIABLE dbg_gzip_result)
+  if(NOT dbg_gzip_result EQUAL 0)
+    message(FATAL_ERROR "gzip of changelog.Debian failed: ${dbg_gzip_result}")
+  endif()
+  foreach(page dbgctl dbg-gateway)
+    configure_file(cmake/debian/${page}.1 ${CMAKE_CURRENT_BINARY_DIR}/debian/${page}.1 COPYONLY)
+    execute_process(COMMAND ${DBG_GZIP} -9nf ${CMAKE_CURRENT_BINARY_DIR}/debian/${page}.1)
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/debian/${page}.1.gz
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  endforeach()
+  set(dbg_remaining ${dbg_deb_packages})
+  while(dbg_remaining)
+    list(POP_FRONT dbg_remaining component package)
+    install(FILES cmake/debian/copyright ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.Debian.gz
+      DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package} COMPONENT ${component})
+    # Internal packages: there is no bug in Debian's tracker to close.
+    set(overrides "# Internal package, never uploaded to Debian: no ITP bug to close.\n"
+      "${package}: initial-upload-closes-no-bugs\n")
+    if(component MATCHES "^(runtime|imc-standin)$")
+      list(APPEND overrides
+        "# Empty on purpose: without scripts of its own the package would get\n"
+        "# CPack's, which call ldconfig; the ldconfig trigger does that work.\n"
+        "${package}: maintainer-script-empty [postinst]\n"
+        "${package}: maintainer-script-empty [postrm]\n")
+    endif()
+    file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/overrides/${package} ${overrides})
+    install(FILES ${CMAKE_CURRENT_BINARY_DIR}/debian/overrides/${package}
+      DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides COMPONENT ${component})
+  endwhile()
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME ${DBG_DEB_SOURCE})
+set(CPACK_PACKAGE_VENDOR "SIP Trunk Gateway Team")
+set(CPACK_PACKAGE_CONTACT "${DBG_DEB_MAINTAINER}")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+# Each package's description has its own synopsis line; CPack would put any
+# summary but its default in front of it.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${CMAKE_PROJECT_NAME} built using CMake")
+set(CPACK_PACKAGE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/packages CACHE PATH "Where CPack puts the packages")
+set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${DBG_DEB_MAINTAINER}")
+set(CPACK_DEBIAN_PACKAGE_SOURCE ${DBG_DEB_SOURCE})
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${DBG_DEB_RELEASE})
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
+
+# Architecture and the dependencies on system libraries: the host's from
+# dpkg-shlibdeps; a cross build's named here, since dpkg-shlibdeps knows
+# only the host's packages.
+set(dbg_deb_system_depends "")
+if(CMAKE_CROSSCOMPILING)
+  if(CMAKE_SYSTEM_PROCESSOR STREQUAL "powerpc")
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE powerpc)
+  else()
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${CMAKE_SYSTEM_PROCESSOR})
+  endif()
+  set(dbg_deb_system_depends "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
+else()
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  # libimc.so.1 is built here, not installed: let dpkg-shlibdeps see it.
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_CURRENT_BINARY_DIR}/platform ${CMAKE_CURRENT_BINARY_DIR})
+endif()
+macro(dbg_deb_depends variable)
+  set(${variable} "${ARGN}")
+  if(dbg_deb_system_depends)
+    string(PREPEND ${variable} "${dbg_deb_system_depends}, ")
+  endif()
+endmacro()
+
+set(CPACK_COMPONENTS_ALL runtime development tools)
+if(dbg_standin_imc)
+  list(APPEND CPACK_COMPONENTS_ALL imc-standin imc-standin-dev)
+endif()
+if(dbg_standin_vcom)
+  list(APPEND CPACK_COMPONENTS_ALL vcom-standin)
+endif()
+
+set(dbg_remaining ${dbg_deb_packages})
+while(dbg_remaining)
+  list(POP_FRONT dbg_remaining component package)
+  string(TOUPPER ${component} COMPONENT)
+  set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME ${package})
+endwhile()
+
+# Shared libraries: the linker cache is refreshed by the ldconfig trigger;
+# these maintainer scripts replace CPack's, which call ldconfig themselves.
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(dbg_deb_library_control
+  ${CMAKE_CURRENT_SOURCE_DIR}/cmake/debian/triggers
+  ${CMAKE_CURRENT_SOURCE_DIR}/cmake/debian/postinst
+  ${CMAKE_CURRENT_SOURCE_DIR}/cmake/debian/postrm)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${dbg_deb_library_control})
+set(CPACK_DEBIAN_IMC-STANDIN_PACKAGE_CONTROL_EXTRA ${dbg_deb_library_control})
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+dbg_deb_depends(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libimc1 (>= 1.0.0), libtcl8.6 (>= 8.6.0)")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
+"debug support library of the SIP trunk gateway
+libdbg gives the gateway's modules one trace output that an operator
+switches at run time between the console, a file and the IMC manager,
+readable names for telephony values, a trace and error logger, and an
+operator console on the Tcl event loop.
+.
+This package holds the shared library.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+  "libdbg1 (= ${DBG_DEB_VERSION}), libimc-dev, libvcom-dev, tcl8.6-dev")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+"debug support library of the SIP trunk gateway - development files
+libdbg gives the gateway's modules one trace output that an operator
+switches at run time between the console, a file and the IMC manager.
+.
+This package holds the headers, the CMake package (find_package(dbg),
+target dbg::dbg) and the pkg-config file dbg.pc.")
+
+set(CPACK_DEBIAN_IMC-STANDIN_PACKAGE_SECTION libs)
+dbg_deb_depends(CPACK_DEBIAN_IMC-STANDIN_PACKAGE_DEPENDS "")
+set(CPACK_COMPONENT_IMC-STANDIN_DESCRIPTION
+"IMC manager stand-in for the SIP trunk gateway
+A small inter-module communication manager with the interface of the
+board maker's IMC library: command routing, answers, traces and posted
+records, and a local command socket for dbgctl. Images that carry the
+maker's library do not install it.")
+
+set(CPACK_DEBIAN_IMC-STANDIN-DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_IMC-STANDIN-DEV_PACKAGE_DEPENDS "libimc1 (= ${DBG_DEB_VERSION})")
+set(CPACK_COMPONENT_IMC-STANDIN-DEV_DESCRIPTION
+"IMC manager stand-in for the SIP trunk gateway - development files
+The headers of the IMC manager stand-in, its host control interface and
+the CMake target dbg::imc.")
+
+set(CPACK_DEBIAN_VCOM-STANDIN_PACKAGE_SECTION libdevel)
+set(CPACK_COMPONENT_VCOM-STANDIN_DESCRIPTION
+"voice enumeration stand-in for the SIP trunk gateway
+The voice library's enumeration types (codecs, release causes, numbering
+plans and the others) as the debug library renders them, with the CMake
+target dbg::vcom.")
+
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
+dbg_deb_depends(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+  "libdbg1 (= ${DBG_DEB_VERSION}), libimc1 (>= 1.0.0), libtcl8.6 (>= 8.6.0)")
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION
+"operator tools of the SIP trunk gateway debug library
+dbgctl sends one debug command line to a running gateway host and prints
+its answer, so the debug output of a daemonised gateway can be switched.
+dbg-gateway is the demo gateway host: the debug library at work with an
+IMC manager, the console and simulated call traffic.")
+
+include(CPack)

@@ -1,0 +1,567 @@
+// dbgctl against a running demo gateway host: the host started as a program
+// with its console on a pipe, dbgctl run as a second program (or as another
+// user), each command line going over the IMC manager's command socket.
+#include <fcntl.h>
+#include <grp.h>
+#include <limits.h>
+#include <linux/capability.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "ChildProcess.h"
+#include "TestSupport.h"
+
+namespace {
+
+char const banner[] =
+    "+==========================+\n"
+    "|    SIP trunk Gateway     |\n"
+    "+--------------------------+\n"
+    "|   Command line Mode:     |\n"
+    "|    - help to start       |\n"
+    "|    - exit to stop        |\n"
+    "+==========================+\n"
+    ">\n";
+
+char const helpText[] =
+    "key DBG:\n\tDBG help : display this specific help\n\tDBG out [std | imc | file <name>]\n"
+    "\t\tnone : get the current output mode\n\t\tstd  : debug traces send to standard output\n"
+    "\t\timc  : debug traces send to imc (debug module)\n\t\tfile <name> : debug traces send to file <name>\n"
+    "\tDBG stop : stop the sip gw (like Ctrl-C)\n\tDBG read : read configuration\n"
+    "\tDBG version : return the version number\n\tDBG memchk 0|1 : unset/set memory check\n"
+    "\tDBG memtrc 0|1 : unset/set memory trace\n";
+
+constexpr uid_t nobody = 65534;
+
+// <build>/tools/<name>, beside <build>/tests/test_dbgctl.
+std::string toolPath(char const* name)
+{
+    char self[PATH_MAX];
+    ssize_t const length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length <= 0)
+        return "";
+    std::string path(self, std::size_t(length));
+    path.erase(path.rfind('/'));
+    path.erase(path.rfind('/'));
+    return path + "/tools/" + name;
+}
+
+// What dbgctl wrote on its terminal, with the terminal's CR LF undone.
+std::string fromTerminal(std::string text)
+{
+    for (std::size_t at; (at = text.find("\r\n")) != std::string::npos;)
+        text.erase(at, 1);
+    return text;
+}
+
+std::string octalMode(std::string const& path)
+{
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0)
+        return "missing";
+    std::ostringstream mode;
+    mode << std::oct << (status.st_mode & 07777);
+    return mode.str();
+}
+
+// A connected client socket, blocking; -1 on failure.
+int connectTo(std::string const& path)
+{
+    sockaddr_un address;
+    std::memset(&address, 0, sizeof address);
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    int const descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (descriptor == -1)
+        return -1;
+    if (connect(descriptor, reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
+        close(descriptor);
+        return -1;
+    }
+    return descriptor;
+}
+
+// Everything until the peer closes, or what came when the time is up.
+std::string readUntilClosed(int descriptor, int timeoutMs, bool* closed = nullptr)
+{
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    std::string text;
+    if (closed)
+        *closed = false;
+    for (;;) {
+        auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                              deadline - std::chrono::steady_clock::now())
+                              .count();
+        if (left <= 0)
+            return text;
+        pollfd ready = {descriptor, POLLIN, 0};
+        if (poll(&ready, 1, int(left)) <= 0)
+            continue;
+        char chunk[4096];
+        ssize_t const got = read(descriptor, chunk, sizeof chunk);
+        if (got <= 0) {
+            if (closed)
+                *closed = true;
+            return text;
+        }
+        text.append(chunk, std::size_t(got));
+    }
+}
+
+// Whole traffic traces, and how many: every line one call's trace.
+bool wholeTraces(std::string const& text, std::size_t& count)
+{
+    count = 0;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, 5, "call ") != 0)
+            return false;
+        ++count;
+    }
+    return text.empty() || text.back() == '\n';
+}
+
+struct Outcome {
+    int status = -1;
+    std::string output;  // standard output and error together
+};
+
+class Dbgctl : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        signal(SIGPIPE, SIG_IGN);
+        // The runtime directory doubles as the place of trace files, whose
+        // path must hold neither "std" nor "imc" ("DBG out file <path>").
+        do
+            runtime = std::make_unique<ScratchDir>();
+        while (runtime->path().find("std") != std::string::npos || runtime->path().find("imc") != std::string::npos);
+        // Others may pass through it: what keeps them out is the gateway's
+        // own directory below it.
+        ASSERT_EQ(chmod(runtime->path().c_str(), 0711), 0);
+        socketDirectory = runtime->path() + "/dbg";
+        environment = {"LC_ALL=C", "XDG_RUNTIME_DIR=" + runtime->path()};
+    }
+
+    void TearDown() override
+    {
+        for (auto& gateway : gateways)
+            gateway->killAndReap();
+    }
+
+    // Starts a host, reads its banner; its command socket is there then.
+    ChildProcess& startGateway(std::vector<std::string> const& args = {"--traffic", "0"})
+    {
+        gateways.push_back(std::make_unique<ChildProcess>());
+        ChildProcess& gateway = *gateways.back();
+        std::string const started = gateway.start(toolPath("dbg-gateway"), args, ChildProcess::Terminal::Pipe,
+                                                  environment);
+        EXPECT_EQ(started, "");
+        EXPECT_EQ(gateway.read(sizeof banner - 1, 10000), banner);
+        EXPECT_TRUE(fileExists(socketOf(gateway.pid()))) << socketOf(gateway.pid());
+        return gateway;
+    }
+
+    std::string socketOf(pid_t pid) const
+    {
+        return socketDirectory + "/gateway-" + std::to_string(pid) + ".sock";
+    }
+
+    // dbgctl as this test's user, on a terminal of its own.
+    Outcome dbgctl(std::vector<std::string> const& args)
+    {
+        ChildProcess client;
+        Outcome outcome;
+        std::string const started =
+            client.start(toolPath("dbgctl"), args, ChildProcess::Terminal::Pty, environment);
+        EXPECT_EQ(started, "");
+        outcome.output = fromTerminal(client.readToEnd(15000));
+        EXPECT_TRUE(client.waitExit(outcome.status, 15000)) << "dbgctl is still running";
+        outcome.status = WIFEXITED(outcome.status) ? WEXITSTATUS(outcome.status) : 1000 + outcome.status;
+        return outcome;
+    }
+
+    // dbgctl as uid and gid 65534. With `overrideDirectories` it keeps
+    // CAP_DAC_OVERRIDE, as a tool started by root with that capability
+    // would: it reaches the socket through the private directory, and only
+    // the gateway's check of its peer's credentials stands in its way.
+    Outcome dbgctlAsNobody(std::vector<std::string> const& args, bool overrideDirectories)
+    {
+        std::vector<std::string> words;
+        if (char const* emulator = getenv("DBG_TEST_EMULATOR")) {
+            std::istringstream split(emulator);
+            for (std::string word; split >> word;)
+                words.push_back(word);
+        }
+        words.push_back(toolPath("dbgctl"));
+        words.insert(words.end(), args.begin(), args.end());
+        std::vector<std::string> variables;
+        for (char** entry = environ; *entry; ++entry) {
+            std::string const variable = *entry;
+            if (variable.compare(0, 7, "LC_ALL=") != 0 && variable.compare(0, 16, "XDG_RUNTIME_DIR=") != 0)
+                variables.push_back(variable);
+        }
+        variables.insert(variables.end(), environment.begin(), environment.end());
+        std::vector<char*> argv;
+        for (auto& word : words)
+            argv.push_back(&word[0]);
+        argv.push_back(nullptr);
+        std::vector<char*> envp;
+        for (auto& variable : variables)
+            envp.push_back(&variable[0]);
+        envp.push_back(nullptr);
+
+        Outcome outcome;
+        int output[2];
+        if (pipe2(output, O_CLOEXEC) != 0) {
+            ADD_FAILURE() << "pipe: " << strerror(errno);
+            return outcome;
+        }
+        pid_t const pid = fork();
+        if (pid == 0) {
+            // Only async-signal-safe calls from here to exec.
+            dup2(output[1], 1);
+            dup2(output[1], 2);
+            if (overrideDirectories && prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) != 0)
+                _exit(120);
+            if (setgroups(0, nullptr) != 0 || setresgid(nobody, nobody, nobody) != 0 ||
+                setresuid(nobody, nobody, nobody) != 0)
+                _exit(121);
+            if (overrideDirectories) {
+                __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+                __user_cap_data_struct data[2] = {};
+                data[0].effective = data[0].permitted = data[0].inheritable = 1u << CAP_DAC_OVERRIDE;
+                if (syscall(SYS_capset, &header, data) != 0)
+                    _exit(122);
+                if (prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_DAC_OVERRIDE, 0, 0) != 0)
+                    _exit(123);
+            }
+            execve(argv[0], argv.data(), envp.data());
+            _exit(127);
+        }
+        close(output[1]);
+        if (pid == -1) {
+            close(output[0]);
+            ADD_FAILURE() << "fork: " << strerror(errno);
+            return outcome;
+        }
+        outcome.output = readUntilClosed(output[0], 15000);
+        close(output[0]);
+        int status = 0;
+        for (int waited = 0; waitpid(pid, &status, WNOHANG) == 0; waited += 10) {
+            if (waited > 15000) {
+                kill(pid, SIGKILL);
+                waitpid(pid, &status, 0);
+                ADD_FAILURE() << "dbgctl as nobody did not end";
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
+        return outcome;
+    }
+
+    // Types a line on a host's console and expects exactly `answer` back.
+    void ask(ChildProcess& gateway, std::string const& line, std::string const& answer)
+    {
+        ASSERT_TRUE(gateway.send(line + "\n")) << line;
+        EXPECT_EQ(gateway.read(answer.size(), 10000), answer) << "after " << line;
+    }
+
+    // "exit" on the console: status 0, and its socket is gone.
+    void stop(ChildProcess& gateway, std::string const& rest = "")
+    {
+        pid_t const pid = gateway.pid();
+        ASSERT_TRUE(gateway.send("exit\n"));
+        int status = -1;
+        ASSERT_TRUE(gateway.waitExit(status, 10000)) << "still running";
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+        EXPECT_EQ(gateway.readToEnd(), rest);
+        EXPECT_FALSE(fileExists(socketOf(pid)));
+    }
+
+    std::unique_ptr<ScratchDir> runtime;
+    std::string socketDirectory;
+    std::vector<std::string> environment;
+    std::vector<std::unique_ptr<ChildProcess>> gateways;
+};
+
+TEST_F(Dbgctl, SwitchesARunningGatewaysOutputToAFileAndBack)
+{
+    ChildProcess& gateway = startGateway({"--traffic", "40"});
+    std::string const traceFile = runtime->file("gw.trace");
+
+    Outcome outcome = dbgctl({"DBG", "out", "file", traceFile});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Debug Output set to file " + traceFile + "\n");
+    // Traces written before the switch; then nothing on the console, not
+    // even the answer, which went back to dbgctl.
+    std::size_t count = 0;
+    std::string const before = gateway.readFor(300);
+    EXPECT_TRUE(wholeTraces(before, count)) << before;
+    EXPECT_EQ(gateway.readFor(600), "");
+
+    outcome = dbgctl({"DBG", "out"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Debug Output set to file " + traceFile + "\n");
+    outcome = dbgctl({"DBG out std"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Debug Output set to console\n");
+
+    std::string const inFile = readFile(traceFile);
+    EXPECT_TRUE(wholeTraces(inFile, count)) << inFile;
+    EXPECT_GE(count, 5u) << inFile;
+    // The traffic is back on the console.
+    std::string const after = gateway.readFor(400);
+    EXPECT_TRUE(wholeTraces(after, count)) << after;
+    EXPECT_GE(count, 1u);
+    EXPECT_EQ(readFile(traceFile), inFile) << "the file still grows";
+    gateway.send("exit\n");
+    int status = -1;
+    ASSERT_TRUE(gateway.waitExit(status, 10000));
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(Dbgctl, AnswersAsTheConsoleDoesButOnItsConnection)
+{
+    ChildProcess& gateway = startGateway();
+    Outcome outcome = dbgctl({"help"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, helpText);
+    outcome = dbgctl({"DBG", "memchk", "1"});
+    EXPECT_EQ(outcome.output, "Binary is not instrumented\n");
+    outcome = dbgctl({"EXIT"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Unknown command EXIT\n");
+    outcome = dbgctl({"DBG", "out", "imc"});
+    EXPECT_EQ(outcome.output, "Debug Output set to IMC\n");
+    // None of it on the console, which answers its own lines as ever.
+    EXPECT_EQ(gateway.readFor(200), "");
+    ask(gateway, "DBG out", "Debug Output set to IMC\n>");
+    ask(gateway, "help", std::string(helpText) + ">");
+    stop(gateway);
+}
+
+TEST_F(Dbgctl, DbgStopEndsTheGateway)
+{
+    ChildProcess& gateway = startGateway();
+    pid_t const pid = gateway.pid();
+    Outcome const outcome = dbgctl({"DBG", "stop"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Stoping SIP gateway ...\n");
+    int status = -1;
+    ASSERT_TRUE(gateway.waitExit(status, 10000));
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(gateway.readToEnd(), "VELTA : processing manual shutdown...\n");
+    EXPECT_FALSE(fileExists(socketOf(pid)));
+    EXPECT_FALSE(fileExists(socketDirectory));
+}
+
+TEST_F(Dbgctl, SocketIsPrivateAndGoesWithTheGateway)
+{
+    ChildProcess& gateway = startGateway();
+    std::string const socket = socketOf(gateway.pid());
+    struct stat status;
+    ASSERT_EQ(lstat(socketDirectory.c_str(), &status), 0);
+    EXPECT_TRUE(S_ISDIR(status.st_mode));
+    EXPECT_EQ(status.st_uid, geteuid());
+    EXPECT_EQ(octalMode(socketDirectory), "700");
+    ASSERT_EQ(lstat(socket.c_str(), &status), 0);
+    EXPECT_TRUE(S_ISSOCK(status.st_mode));
+    EXPECT_EQ(octalMode(socket), "600");
+    stop(gateway);
+    EXPECT_FALSE(fileExists(socketDirectory)) << "the directory it made is left";
+}
+
+TEST_F(Dbgctl, LoosenedDirectoryIsMadePrivateAgain)
+{
+    ASSERT_EQ(mkdir(socketDirectory.c_str(), 0755), 0);
+    ChildProcess& gateway = startGateway();
+    EXPECT_EQ(octalMode(socketDirectory), "700");
+    stop(gateway);
+}
+
+TEST_F(Dbgctl, AnotherUsersDirectoryIsNotUsed)
+{
+    ASSERT_EQ(mkdir(socketDirectory.c_str(), 0700), 0);
+    ASSERT_EQ(chown(socketDirectory.c_str(), nobody, nobody), 0);
+    gateways.push_back(std::make_unique<ChildProcess>());
+    ChildProcess& gateway = *gateways.back();
+    // Its complaint goes to standard error, which is this test's; the
+    // console still comes up, without a socket.
+    ASSERT_EQ(gateway.start(toolPath("dbg-gateway"), {"--traffic", "0"}, ChildProcess::Terminal::Pipe, environment),
+              "");
+    EXPECT_EQ(gateway.read(sizeof banner - 1, 10000), banner);
+    EXPECT_FALSE(fileExists(socketOf(gateway.pid())));
+    Outcome const outcome = dbgctl({"--pid", std::to_string(gateway.pid()), "help"});
+    EXPECT_EQ(outcome.status, 1);
+    ask(gateway, "DBG out", "Debug Output set to console\n>");
+    stop(gateway);
+    EXPECT_TRUE(fileExists(socketDirectory)) << "another user's directory was removed";
+}
+
+TEST_F(Dbgctl, ChoosesTheOnlyGatewayOrTheOneOfThePid)
+{
+    ChildProcess& first = startGateway();
+    ChildProcess& second = startGateway();
+    std::string const firstPid = std::to_string(first.pid());
+    std::string const secondPid = std::to_string(second.pid());
+
+    Outcome outcome = dbgctl({"DBG", "out"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output.rfind("dbgctl: several gateways are running (pids ", 0), 0u) << outcome.output;
+    EXPECT_NE(outcome.output.find(" " + firstPid), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find(" " + secondPid), std::string::npos) << outcome.output;
+    EXPECT_NE(outcome.output.find("): choose one with --pid\n"), std::string::npos) << outcome.output;
+
+    outcome = dbgctl({"--pid", secondPid, "DBG", "out", "imc"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Debug Output set to IMC\n");
+    ask(first, "DBG out", "Debug Output set to console\n>");
+    ask(second, "DBG out", "Debug Output set to IMC\n>");
+    outcome = dbgctl({"--socket", socketOf(first.pid()), "DBG", "out"});
+    EXPECT_EQ(outcome.output, "Debug Output set to console\n");
+
+    // The socket of a gateway that died (killed) stays; it is passed over.
+    second.killAndReap();
+    // A killed host cannot remove its shutdown listener; the test does.
+    unlink(("/tmp//" + secondPid + ".key").c_str());
+    EXPECT_TRUE(fileExists(socketOf(std::stoi(secondPid))));
+    outcome = dbgctl({"DBG", "out"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Debug Output set to console\n");
+    outcome = dbgctl({"--pid", secondPid, "DBG", "out"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output,
+              "dbgctl: no gateway answers at " + socketOf(std::stoi(secondPid)) + ": Connection refused\n");
+    stop(first);
+    // The dead one's socket keeps the directory.
+    EXPECT_TRUE(fileExists(socketDirectory));
+}
+
+TEST_F(Dbgctl, SaysSoWhenNoGatewayAnswers)
+{
+    Outcome outcome = dbgctl({"DBG", "out"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "dbgctl: no gateway is running for this user (no " + socketDirectory + ")\n");
+    outcome = dbgctl({"--pid", "12345", "DBG", "out"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output,
+              "dbgctl: no gateway answers at " + socketOf(12345) + ": No such file or directory\n");
+    ASSERT_EQ(mkdir(socketDirectory.c_str(), 0700), 0);
+    outcome = dbgctl({"DBG", "out"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output,
+              "dbgctl: no gateway is running for this user (no live socket in " + socketDirectory + ")\n");
+    outcome = dbgctl({});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.output.rfind("dbgctl: no command given\nusage: dbgctl ", 0), 0u) << outcome.output;
+}
+
+TEST_F(Dbgctl, AnotherUserCannotReachThePrivateDirectory)
+{
+    ChildProcess& gateway = startGateway();
+    std::string const traceFile = runtime->file("kept.trace");
+    EXPECT_EQ(dbgctl({"DBG", "out", "file", traceFile}).status, 0);
+    std::string const socket = socketOf(gateway.pid());
+    Outcome const outcome = dbgctlAsNobody({"--pid", std::to_string(gateway.pid()), "DBG", "out", "std"}, false);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "dbgctl: cannot reach " + socket +
+                                  ": Permission denied (the gateway runs as another user)\n");
+    ask(gateway, "DBG out", "Debug Output set to file " + traceFile + "\n>");
+    stop(gateway);
+}
+
+TEST_F(Dbgctl, AnotherUsersConnectionIsRefusedOnItsCredentials)
+{
+    ChildProcess& gateway = startGateway();
+    std::string const traceFile = runtime->file("kept.trace");
+    EXPECT_EQ(dbgctl({"DBG", "out", "file", traceFile}).status, 0);
+    Outcome const outcome = dbgctlAsNobody({"--pid", std::to_string(gateway.pid()), "DBG", "out", "std"}, true);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.output, "dbgctl: refused: uid 65534 is not the gateway's user\n");
+    // Nothing was done for it.
+    ask(gateway, "DBG out", "Debug Output set to file " + traceFile + "\n>");
+    EXPECT_EQ(gateway.readFor(100), "");
+    stop(gateway);
+}
+
+TEST_F(Dbgctl, HungAndHalfClosedClientsDoNotStallTheGateway)
+{
+    ChildProcess& gateway = startGateway();
+    std::string const socket = socketOf(gateway.pid());
+
+    // Connects and sends nothing.
+    int const hung = connectTo(socket);
+    ASSERT_NE(hung, -1) << strerror(errno);
+    // Stops in the middle of a line.
+    int const midLine = connectTo(socket);
+    ASSERT_NE(midLine, -1);
+    ASSERT_EQ(write(midLine, "DBG ou", 6), 6);
+    // Ends its sending without a line end, and does not read yet.
+    int const halfClosed = connectTo(socket);
+    ASSERT_NE(halfClosed, -1);
+    ASSERT_EQ(write(halfClosed, "DBG out", 7), 7);
+    ASSERT_EQ(shutdown(halfClosed, SHUT_WR), 0);
+
+    ask(gateway, "help", std::string(helpText) + ">");
+    Outcome outcome = dbgctl({"DBG", "out", "imc"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Debug Output set to IMC\n");
+    ask(gateway, "DBG out", "Debug Output set to IMC\n>");
+
+    // The half-closed one got its line's answer, as the console takes a
+    // last line without its end.
+    bool closed = false;
+    EXPECT_EQ(readUntilClosed(halfClosed, 5000, &closed), "Debug Output set to console\n");
+    EXPECT_TRUE(closed);
+    close(halfClosed);
+
+    // A line past the limit is refused.
+    int const flood = connectTo(socket);
+    ASSERT_NE(flood, -1);
+    std::string const tooLong(5000, 'x');
+    ASSERT_EQ(write(flood, tooLong.data(), tooLong.size()), ssize_t(tooLong.size()));
+    EXPECT_EQ(readUntilClosed(flood, 5000, &closed), "refused: line longer than 4096 bytes\n");
+    EXPECT_TRUE(closed);
+    close(flood);
+
+    // Past the connection limit the oldest idle ones go first.
+    std::vector<int> idle;
+    for (int i = 0; i < 16; ++i) {
+        idle.push_back(connectTo(socket));
+        ASSERT_NE(idle.back(), -1);
+    }
+    ask(gateway, "help", std::string(helpText) + ">");
+    EXPECT_EQ(readUntilClosed(hung, 5000, &closed), "");
+    EXPECT_TRUE(closed) << "the oldest idle connection is still open";
+    EXPECT_EQ(readUntilClosed(midLine, 5000, &closed), "");
+    EXPECT_TRUE(closed);
+    outcome = dbgctl({"DBG", "out", "std"});
+    EXPECT_EQ(outcome.output, "Debug Output set to console\n");
+
+    close(hung);
+    close(midLine);
+    for (int descriptor : idle)
+        close(descriptor);
+    stop(gateway);
+}
+
+}  // namespace
