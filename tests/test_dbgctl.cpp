@@ -162,8 +162,12 @@ protected:
 
     void TearDown() override
     {
-        for (auto& gateway : gateways)
+        for (auto& gateway : gateways) {
+            pid_t const running = gateway->pid();
             gateway->killAndReap();
+            if (running > 0)
+                ShutdownSocketPaths::removeFor(running);
+        }
     }
 
     // Starts a host, reads its banner; its command socket is there then.
@@ -441,8 +445,7 @@ TEST_F(Dbgctl, ChoosesTheOnlyGatewayOrTheOneOfThePid)
 
     // The socket of a gateway that died (killed) stays; it is passed over.
     second.killAndReap();
-    // A killed host cannot remove its shutdown listener; the test does.
-    unlink(("/tmp//" + secondPid + ".key").c_str());
+    ShutdownSocketPaths::removeFor(std::stoi(secondPid));
     EXPECT_TRUE(fileExists(socketOf(std::stoi(secondPid))));
     outcome = dbgctl({"DBG", "out"});
     EXPECT_EQ(outcome.status, 0);

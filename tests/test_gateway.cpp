@@ -179,7 +179,13 @@ private:
 class Gateway : public ::testing::Test {
 protected:
     void SetUp() override { signal(SIGPIPE, SIG_IGN); }
-    void TearDown() override { child.killAndReap(); }
+    void TearDown() override
+    {
+        pid_t const running = child.pid();
+        child.killAndReap();
+        if (running > 0)
+            ShutdownSocketPaths::removeFor(running);
+    }
 
     // Starts the host and reads its expectedBanner.
     void start(std::vector<std::string> const& args = {"--traffic", "0"},

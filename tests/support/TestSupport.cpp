@@ -211,6 +211,12 @@ ShutdownSocketPaths::~ShutdownSocketPaths()
     unlink(listenerPath().c_str());
 }
 
+void ShutdownSocketPaths::removeFor(pid_t pid)
+{
+    unlink(("/tmp//dbg" + std::to_string(pid) + ".key").c_str());
+    unlink(("/tmp//" + std::to_string(pid) + ".key").c_str());
+}
+
 std::string ShutdownSocketPaths::ownPath()
 {
     return "/tmp//dbg" + std::to_string(getpid()) + ".key";

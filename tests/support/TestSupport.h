@@ -2,6 +2,8 @@
 #ifndef DBG_TEST_SUPPORT_H
 #define DBG_TEST_SUPPORT_H
 
+#include <sys/types.h>
+
 #include <sstream>
 #include <streambuf>
 #include <string>
@@ -104,6 +106,8 @@ public:
 
     static std::string ownPath();
     static std::string listenerPath();
+    // For a host this test had to kill: it could not remove its own.
+    static void removeFor(pid_t pid);
 };
 
 // A local datagram socket bound at a path (the file is left for the caller
