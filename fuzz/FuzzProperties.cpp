@@ -24,6 +24,7 @@
 #include "DBG_OutputFile.h"
 #include "DBG_OutputImc.h"
 #include "DBG_Version.h"
+#include "ExpectedTexts.h"
 #include "IMC_StandIn.h"
 #include "VCOM_Types.h"
 
@@ -89,20 +90,6 @@ int removeEntry(char const* path, struct stat const*, int, struct FTW*)
 {
     return ::remove(path);
 }
-
-char const helpText[] =
-    "key DBG:\n"
-    "\tDBG help : display this specific help\n"
-    "\tDBG out [std | imc | file <name>]\n"
-    "\t\tnone : get the current output mode\n"
-    "\t\tstd  : debug traces send to standard output\n"
-    "\t\timc  : debug traces send to imc (debug module)\n"
-    "\t\tfile <name> : debug traces send to file <name>\n"
-    "\tDBG stop : stop the sip gw (like Ctrl-C)\n"
-    "\tDBG read : read configuration\n"
-    "\tDBG version : return the version number\n"
-    "\tDBG memchk 0|1 : unset/set memory check\n"
-    "\tDBG memtrc 0|1 : unset/set memory trace\n";
 
 constexpr unsigned char benchIdentifier = 0x5A;
 
@@ -310,7 +297,7 @@ std::string checkCommand(std::uint8_t const* data, std::size_t size)
         case CommandModel::Branch::NotInstrumented: expectedAnswer = "Binary is not instrumented\n"; break;
         case CommandModel::Branch::Stop: expectedAnswer = "Stoping SIP gateway ...\n"; break;
         case CommandModel::Branch::Read: expectedAnswer = "Read configuration\n"; break;
-        case CommandModel::Branch::Help: expectedAnswer = helpText; break;
+        case CommandModel::Branch::Help: expectedAnswer = expectedHelpText; break;
         case CommandModel::Branch::Version: {
             DBG_Version const version;
             expectedAnswer = "Version is " +

@@ -30,24 +30,6 @@
 
 namespace {
 
-char const banner[] =
-    "+==========================+\n"
-    "|    SIP trunk Gateway     |\n"
-    "+--------------------------+\n"
-    "|   Command line Mode:     |\n"
-    "|    - help to start       |\n"
-    "|    - exit to stop        |\n"
-    "+==========================+\n"
-    ">\n";
-
-char const helpText[] =
-    "key DBG:\n\tDBG help : display this specific help\n\tDBG out [std | imc | file <name>]\n"
-    "\t\tnone : get the current output mode\n\t\tstd  : debug traces send to standard output\n"
-    "\t\timc  : debug traces send to imc (debug module)\n\t\tfile <name> : debug traces send to file <name>\n"
-    "\tDBG stop : stop the sip gw (like Ctrl-C)\n\tDBG read : read configuration\n"
-    "\tDBG version : return the version number\n\tDBG memchk 0|1 : unset/set memory check\n"
-    "\tDBG memtrc 0|1 : unset/set memory trace\n";
-
 constexpr uid_t nobody = 65534;
 
 // <build>/tools/<name>, beside <build>/tests/test_dbgctl.
@@ -170,7 +152,7 @@ protected:
         }
     }
 
-    // Starts a host, reads its banner; its command socket is there then.
+    // Starts a host, reads its expectedBanner; its command socket is there then.
     ChildProcess& startGateway(std::vector<std::string> const& args = {"--traffic", "0"})
     {
         gateways.push_back(std::make_unique<ChildProcess>());
@@ -178,7 +160,7 @@ protected:
         std::string const started = gateway.start(toolPath("dbg-gateway"), args, ChildProcess::Terminal::Pipe,
                                                   environment);
         EXPECT_EQ(started, "");
-        EXPECT_EQ(gateway.read(sizeof banner - 1, 10000), banner);
+        EXPECT_EQ(gateway.read(std::strlen(expectedBanner), 10000), expectedBanner);
         EXPECT_TRUE(fileExists(socketOf(gateway.pid()))) << socketOf(gateway.pid());
         return gateway;
     }
@@ -348,7 +330,7 @@ TEST_F(Dbgctl, AnswersAsTheConsoleDoesButOnItsConnection)
     ChildProcess& gateway = startGateway();
     Outcome outcome = dbgctl({"help"});
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.output, helpText);
+    EXPECT_EQ(outcome.output, expectedHelpText);
     outcome = dbgctl({"DBG", "memchk", "1"});
     EXPECT_EQ(outcome.output, "Binary is not instrumented\n");
     outcome = dbgctl({"EXIT"});
@@ -359,7 +341,7 @@ TEST_F(Dbgctl, AnswersAsTheConsoleDoesButOnItsConnection)
     // None of it on the console, which answers its own lines as ever.
     EXPECT_EQ(gateway.readFor(200), "");
     ask(gateway, "DBG out", "Debug Output set to IMC\n>");
-    ask(gateway, "help", std::string(helpText) + ">");
+    ask(gateway, "help", std::string(expectedHelpText) + ">");
     stop(gateway);
 }
 
@@ -412,7 +394,7 @@ TEST_F(Dbgctl, AnotherUsersDirectoryIsNotUsed)
     // console still comes up, without a socket.
     ASSERT_EQ(gateway.start(toolPath("dbg-gateway"), {"--traffic", "0"}, ChildProcess::Terminal::Pipe, environment),
               "");
-    EXPECT_EQ(gateway.read(sizeof banner - 1, 10000), banner);
+    EXPECT_EQ(gateway.read(std::strlen(expectedBanner), 10000), expectedBanner);
     EXPECT_FALSE(fileExists(socketOf(gateway.pid())));
     Outcome const outcome = dbgctl({"--pid", std::to_string(gateway.pid()), "help"});
     EXPECT_EQ(outcome.status, 1);
@@ -524,7 +506,7 @@ TEST_F(Dbgctl, HungAndHalfClosedClientsDoNotStallTheGateway)
     ASSERT_EQ(write(halfClosed, "DBG out", 7), 7);
     ASSERT_EQ(shutdown(halfClosed, SHUT_WR), 0);
 
-    ask(gateway, "help", std::string(helpText) + ">");
+    ask(gateway, "help", std::string(expectedHelpText) + ">");
     Outcome outcome = dbgctl({"DBG", "out", "imc"});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.output, "Debug Output set to IMC\n");
@@ -552,7 +534,7 @@ TEST_F(Dbgctl, HungAndHalfClosedClientsDoNotStallTheGateway)
         idle.push_back(connectTo(socket));
         ASSERT_NE(idle.back(), -1);
     }
-    ask(gateway, "help", std::string(helpText) + ">");
+    ask(gateway, "help", std::string(expectedHelpText) + ">");
     EXPECT_EQ(readUntilClosed(hung, 5000, &closed), "");
     EXPECT_TRUE(closed) << "the oldest idle connection is still open";
     EXPECT_EQ(readUntilClosed(midLine, 5000, &closed), "");

@@ -560,18 +560,6 @@ protected:
     std::vector<std::string> answers;
 };
 
-std::vector<std::string> entriesOf(std::string const& directory)
-{
-    std::vector<std::string> names;
-    if (DIR* dir = opendir(directory.c_str())) {
-        while (dirent* entry = readdir(dir))
-            if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-                names.push_back(entry->d_name);
-        closedir(dir);
-    }
-    return names;
-}
-
 }  // namespace
 
 TEST_F(FileFault, DirectoryAsTheFileNameDiscardsEverything)

@@ -17,24 +17,6 @@
 
 namespace {
 
-// Names of the entries of a directory, "." and ".." left out.
-std::vector<std::string> entriesOf(std::string const& directory)
-{
-    std::vector<std::string> names;
-    DIR* dir = opendir(directory.c_str());
-    if (!dir) {
-        ADD_FAILURE() << "cannot list " << directory;
-        return names;
-    }
-    while (dirent* entry = readdir(dir)) {
-        std::string const name = entry->d_name;
-        if (name != "." && name != "..")
-            names.push_back(name);
-    }
-    closedir(dir);
-    return names;
-}
-
 // Runs with the process's working directory moved into another one.
 class WorkingDirectory {
 public:

@@ -22,22 +22,6 @@
 
 namespace {
 
-std::vector<std::string> entriesOf(std::string const& directory)
-{
-    std::vector<std::string> names;
-    DIR* dir = opendir(directory.c_str());
-    if (!dir)
-        return names;
-    while (dirent* entry = readdir(dir)) {
-        std::string const name = entry->d_name;
-        if (name != "." && name != "..")
-            names.push_back(name);
-    }
-    closedir(dir);
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
 std::string contentOf(std::string const& path)
 {
     std::ifstream file(path, std::ios::binary);

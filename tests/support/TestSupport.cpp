@@ -1,6 +1,7 @@
 #include "TestSupport.h"
 
 #include <fcntl.h>
+#include <dirent.h>
 #include <ftw.h>
 #include <sched.h>
 #include <stdlib.h>
@@ -292,26 +293,20 @@ std::vector<imc_standin::Operation> operations()
     return found;
 }
 
-char const expectedBanner[] =
-    "+==========================+\n"
-    "|    SIP trunk Gateway     |\n"
-    "+--------------------------+\n"
-    "|   Command line Mode:     |\n"
-    "|    - help to start       |\n"
-    "|    - exit to stop        |\n"
-    "+==========================+\n"
-    ">\n";
-
-char const expectedHelpText[] =
-    "key DBG:\n"
-    "\tDBG help : display this specific help\n"
-    "\tDBG out [std | imc | file <name>]\n"
-    "\t\tnone : get the current output mode\n"
-    "\t\tstd  : debug traces send to standard output\n"
-    "\t\timc  : debug traces send to imc (debug module)\n"
-    "\t\tfile <name> : debug traces send to file <name>\n"
-    "\tDBG stop : stop the sip gw (like Ctrl-C)\n"
-    "\tDBG read : read configuration\n"
-    "\tDBG version : return the version number\n"
-    "\tDBG memchk 0|1 : unset/set memory check\n"
-    "\tDBG memtrc 0|1 : unset/set memory trace\n";
+std::vector<std::string> entriesOf(std::string const& directory)
+{
+    std::vector<std::string> names;
+    DIR* dir = opendir(directory.c_str());
+    if (!dir) {
+        ADD_FAILURE() << "cannot list " << directory;
+        return names;
+    }
+    while (dirent* entry = readdir(dir)) {
+        std::string const name = entry->d_name;
+        if (name != "." && name != "..")
+            names.push_back(name);
+    }
+    closedir(dir);
+    std::sort(names.begin(), names.end());
+    return names;
+}

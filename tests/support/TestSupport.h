@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "DBG_Output.h"
+#include "ExpectedTexts.h"
 #include "IMC_StandIn.h"
 
 // Collects everything written to std::cout while it lives.
@@ -132,8 +133,8 @@ private:
 std::vector<imc_standin::Call> callsOf(imc_standin::Operation operation);
 std::vector<imc_standin::Operation> operations();
 
-// The console's banner, prompt included, and the DBG help text.
-extern char const expectedBanner[];
-extern char const expectedHelpText[];
+// Names of the entries of a directory, sorted, "." and ".." left out; a
+// directory that cannot be listed fails the test.
+std::vector<std::string> entriesOf(std::string const& directory);
 
 #endif
