@@ -24,6 +24,8 @@
 #include <string>
 #include <vector>
 
+#include "IMC_StandIn.h"
+
 namespace {
 
 constexpr int defaultTimeoutMs = 5000;
@@ -63,15 +65,6 @@ long number(char const* text, long low, long high, char const* what)
     if (errno != 0 || end == text || *end != '\0' || value < low || value > high)
         misuse(std::string(what) + " wants a number from " + std::to_string(low) + " to " + std::to_string(high));
     return value;
-}
-
-std::string socketDirectory()
-{
-    char const* runtime = std::getenv("XDG_RUNTIME_DIR");
-    struct stat status;
-    if (runtime && runtime[0] == '/' && stat(runtime, &status) == 0 && S_ISDIR(status.st_mode))
-        return std::string(runtime) + "/dbg";
-    return "/tmp/dbg-" + std::to_string(geteuid());
 }
 
 using Clock = std::chrono::steady_clock;
@@ -240,10 +233,10 @@ int main(int argc, char** argv)
     auto const deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     int descriptor = -1;
     if (path.empty() && pid.empty()) {
-        descriptor = findGateway(socketDirectory(), path, deadline);
+        descriptor = findGateway(imc_standin::remoteSocketDirectory(), path, deadline);
     } else {
         if (path.empty())
-            path = socketDirectory() + "/gateway-" + pid + ".sock";
+            path = imc_standin::remoteSocketPathOf(imc_standin::remoteSocketDirectory(), pid);
         descriptor = connectTo(path, deadline);
         if (descriptor == -1)
             fail(describeConnectFailure(path, errno));

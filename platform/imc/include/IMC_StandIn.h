@@ -4,6 +4,10 @@
 #define IMC_STANDIN_H
 
 #include <cstddef>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -63,6 +67,22 @@ std::function<void(std::string const&)> answerHandler();
 // host which descriptors to watch through `watch` (events 0: stop watching,
 // said before the descriptor is closed), and the host calls serviceRemote
 // when one is ready.
+// Where this user's gateways listen, and a gateway's socket there; inline,
+// so a client (dbgctl) finds them without linking the stand-in.
+inline std::string remoteSocketDirectory()
+{
+    char const* runtime = std::getenv("XDG_RUNTIME_DIR");
+    struct stat status;
+    if (runtime && runtime[0] == '/' && stat(runtime, &status) == 0 && S_ISDIR(status.st_mode))
+        return std::string(runtime) + "/dbg";
+    return "/tmp/dbg-" + std::to_string(geteuid());
+}
+
+inline std::string remoteSocketPathOf(std::string const& directory, std::string const& pid)
+{
+    return directory + "/gateway-" + pid + ".sock";
+}
+
 enum RemoteEvent { RemoteReadable = 1, RemoteWritable = 2 };
 using RemoteWatch = std::function<void(int descriptor, int events)>;
 constexpr std::size_t remoteLineLimit = 4096;     // bytes before the line end

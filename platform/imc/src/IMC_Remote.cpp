@@ -49,15 +49,6 @@ std::string failure(std::string const& what)
     return what + ": " + std::strerror(errno);
 }
 
-std::string socketDirectory()
-{
-    char const* runtime = std::getenv("XDG_RUNTIME_DIR");
-    struct stat status;
-    if (runtime && runtime[0] == '/' && stat(runtime, &status) == 0 && S_ISDIR(status.st_mode))
-        return std::string(runtime) + "/dbg";
-    return "/tmp/dbg-" + std::to_string(geteuid());
-}
-
 // Makes the directory or takes over one of ours; anything else there (a
 // link, another user's directory) is not used.
 std::string prepareDirectory(std::string const& directory)
@@ -222,8 +213,8 @@ std::string startRemote(RemoteWatch watchDescriptor)
         return "";
     if (!manager())
         return "no IMC manager";
-    std::string const directory = socketDirectory();
-    std::string const path = directory + "/gateway-" + std::to_string(getpid()) + ".sock";
+    std::string const directory = remoteSocketDirectory();
+    std::string const path = remoteSocketPathOf(directory, std::to_string(getpid()));
     sockaddr_un address;
     std::memset(&address, 0, sizeof address);
     address.sun_family = AF_UNIX;
