@@ -52,7 +52,9 @@ if(NOT DBG_VCOM_INCLUDE_DIR)
     DESTINATION ${DBG_INSTALL_CMAKEDIR} COMPONENT vcom-standin)
 endif()
 
-install(TARGETS dbgctl dbg-gateway RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+if(TARGET dbg-gateway)
+  install(TARGETS dbgctl dbg-gateway RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endif()
 
 configure_package_config_file(cmake/dbgConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/dbgConfig.cmake
   INSTALL_DESTINATION ${DBG_INSTALL_CMAKEDIR})
