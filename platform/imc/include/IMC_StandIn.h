@@ -90,7 +90,6 @@ constexpr std::size_t remoteConnectionLimit = 16;  // beyond: the oldest is drop
 // Listens; returns "" or why it cannot. Needs a started manager.
 std::string startRemote(RemoteWatch watch);
 void serviceRemote(int descriptor, int events);
-std::string remoteSocketPath();  // "" while not listening
 // Closes every connection, removes the socket, and the directory when
 // nothing else is left in it.
 void stopRemote();

@@ -89,19 +89,19 @@ std::string runLine(std::string const& line)
     IMC_Manager* manager = imc_standin::manager();
     if (!manager)
         return "command lost\n";
+    // The host's own answer handler comes back however the line ends.
+    struct RestoreAnswerHandler {
+        std::function<void(std::string const&)> previous = imc_standin::answerHandler();
+        ~RestoreAnswerHandler() { imc_standin::setAnswerHandler(std::move(previous)); }
+    } restore;
     std::string answer;
-    auto previous = imc_standin::answerHandler();
     imc_standin::setAnswerHandler([&answer](std::string const& text) { answer += text; });
     try {
         manager->consoleFlag = 0;
         manager->receiveCommand(0, line);
     } catch (std::runtime_error const&) {
         answer += "command lost\n";
-    } catch (...) {
-        imc_standin::setAnswerHandler(std::move(previous));
-        throw;
     }
-    imc_standin::setAnswerHandler(std::move(previous));
     return answer;
 }
 
@@ -280,11 +280,6 @@ void serviceRemote(int descriptor, int events)
         }
         return;
     }
-}
-
-std::string remoteSocketPath()
-{
-    return remote().path;
 }
 
 void stopRemote()

@@ -1,0 +1,74 @@
+// The output manager when building the new sink fails: the old sink is
+// gone already, so the console takes over and the failure passes on. This
+// program replaces the global allocator to make one allocation fail.
+#include <cstdlib>
+#include <new>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "DBG_OutManager.h"
+#include "DBG_Output.h"
+#include "TestSupport.h"
+
+namespace {
+int allocationsToFail = 0;
+}
+
+void* operator new(std::size_t size)
+{
+    if (allocationsToFail > 0) {
+        --allocationsToFail;
+        throw std::bad_alloc();
+    }
+    if (void* memory = std::malloc(size ? size : 1))
+        return memory;
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+class OutManagerAllocation : public ::testing::Test {
+protected:
+    ImcSession session;
+    ScratchDir scratch;
+
+    static std::string currentName()
+    {
+        return *DBG_OutManager::instance()->pOutput;
+    }
+};
+
+TEST_F(OutManagerAllocation, FailingImcSinkLeavesTheConsole)
+{
+    DBG_OutManager* manager = DBG_OutManager::instance();
+    manager->setFileOutput(scratch.file("before.trace"));
+    allocationsToFail = 1;
+    EXPECT_THROW(manager->setImcOutput(), std::bad_alloc);
+    EXPECT_EQ(currentName(), "console");
+    CoutCapture capture;
+    *manager << std::string("still ") << 1;
+    EXPECT_EQ(capture.text(), "still 1");
+}
+
+TEST_F(OutManagerAllocation, FailingFileSinkLeavesTheConsoleAndClosesTheOldFile)
+{
+    DBG_OutManager* manager = DBG_OutManager::instance();
+    std::string const before = scratch.file("before.trace");
+    manager->setFileOutput(before);
+    *manager << std::string("kept");
+    std::string const after = scratch.file("after.trace");
+    allocationsToFail = 1;
+    EXPECT_THROW(manager->setFileOutput(after), std::bad_alloc);
+    EXPECT_EQ(currentName(), "console");
+    EXPECT_EQ(readFile(before), "kept");
+    EXPECT_FALSE(fileExists(after));
+}
