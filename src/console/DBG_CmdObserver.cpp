@@ -146,7 +146,7 @@ void DBG_CmdObserver::startCommand()
     imc_msg request;
     std::memset(&request, 0, sizeof request);
     request.code = readConfigurationRequest;
-    std::memcpy(&request.sender, &requireImcManager(255), 1);
+    request.sender = requireImcManager(imcLibraryModule).identifier;
     try {
         pImcManager->post(request);
     } catch (std::runtime_error const&) {

@@ -72,7 +72,7 @@ void DBG_InManager::onStdInput(std::string const& line)
         return;
     }
     try {
-        IMC_Manager& manager = requireImcManager(15);
+        IMC_Manager& manager = requireImcManager(imcConsoleModule);
         manager.consoleFlag = 1;
         manager.receiveCommand(0, line);
         std::cout << ">" << std::flush;

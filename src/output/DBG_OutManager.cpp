@@ -28,7 +28,7 @@ DBG_OutManager::DBG_OutManager() : pOutput(new DBG_Output), pCmdObserver(nullptr
     // Without an IMC manager the output works all the same, only the DBG
     // commands are missing.
     try {
-        pCmdObserver = new DBG_CmdObserver(&requireImcManager(255));
+        pCmdObserver = new DBG_CmdObserver(&requireImcManager(imcLibraryModule));
     } catch (std::runtime_error const&) {
         pCmdObserver = nullptr;
     } catch (...) {

@@ -36,7 +36,7 @@ void DBG_OutputImc::flush(bool isError, std::string origin, int line)
 {
     // Asked anew at every flush: if there is no manager, the text stays
     // buffered and goes out with the next successful flush.
-    IMC_Manager& manager = requireImcManager(255);
+    IMC_Manager& manager = requireImcManager(imcLibraryModule);
     // The buffer is rewound, not emptied: the NUL marks where this trace
     // ends within what earlier, longer traces left behind it.
     m_buffer << '\0';
