@@ -3,6 +3,8 @@
 // destroys them in the reverse one.
 #include "DBG_Output.h"
 
+#include <iterator>
+
 std::string DBG_Output::codecToStr[10] = {
     "nil", "g711alaw", "g711ulaw", "g723", "g729",
     "g729a", "g711nil", "g729nil", "g722", "g722.2"};
@@ -105,14 +107,14 @@ std::string DBG_Output::reasonToStr[6] = {
 std::string DBG_Output::uagentToStr[2] = {"Undefined GW", "WebRTC GW"};
 
 // Plain data, initialised statically: no code runs for the bounds.
-int DBG_Output::codecToStrMAX = 10;
-int DBG_Output::directionToStrMAX = 3;
-int DBG_Output::addressPlanToStrMAX = 7;
-int DBG_Output::addressPresentationToStrMAX = 4;
-int DBG_Output::addressTypeToStrMAX = 7;
-int DBG_Output::sinToStrMAX = 4;
-int DBG_Output::ulawToStrMAX = 3;
-int DBG_Output::hangupSourceToStrMAX = 3;
-int DBG_Output::statusToStrMAX = 9;
-int DBG_Output::opeTypToStrMAX = 8;
-int DBG_Output::reasonToStrMAX = 6;
+int DBG_Output::codecToStrMAX = static_cast<int>(std::size(codecToStr));
+int DBG_Output::directionToStrMAX = static_cast<int>(std::size(directionToStr));
+int DBG_Output::addressPlanToStrMAX = static_cast<int>(std::size(addressPlanToStr));
+int DBG_Output::addressPresentationToStrMAX = static_cast<int>(std::size(addressPresentationToStr));
+int DBG_Output::addressTypeToStrMAX = static_cast<int>(std::size(addressTypeToStr));
+int DBG_Output::sinToStrMAX = static_cast<int>(std::size(sinToStr));
+int DBG_Output::ulawToStrMAX = static_cast<int>(std::size(ulawToStr));
+int DBG_Output::hangupSourceToStrMAX = static_cast<int>(std::size(hangupSourceToStr));
+int DBG_Output::statusToStrMAX = static_cast<int>(std::size(statusToStr));
+int DBG_Output::opeTypToStrMAX = static_cast<int>(std::size(opeTypToStr));
+int DBG_Output::reasonToStrMAX = static_cast<int>(std::size(reasonToStr));

@@ -1,5 +1,6 @@
 #include "DBG_Names.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -14,6 +15,13 @@ char const outOfArray[] = "ERROR : OUT OF ARRAY !!!";
 char const* nameBelow(std::string const* table, std::int32_t bound, std::int32_t value)
 {
     return value >= bound ? outOfArray : table[value].c_str();
+}
+
+// Bounded by the table's own size, whatever the bound member says.
+template <std::size_t size>
+char const* nameWithin(std::string const (&table)[size], std::int32_t value)
+{
+    return nameBelow(table, static_cast<std::int32_t>(size), value);
 }
 
 }  // namespace
@@ -31,17 +39,17 @@ char const* liveName(VCOM_Address_Presentation v) { return nameBelow(DBG_Output:
 // The user-agent table has no bound member.
 char const* liveName(VCOM_UAgent v) { return fixedName(v); }
 
-char const* fixedName(VCOM_Codec v) { return nameBelow(DBG_Output::codecToStr, 10, v); }
-char const* fixedName(VCOM_Direction v) { return nameBelow(DBG_Output::directionToStr, 3, v); }
-char const* fixedName(VCOM_Sin v) { return nameBelow(DBG_Output::sinToStr, 4, v); }
-char const* fixedName(VCOM_Ulaw v) { return nameBelow(DBG_Output::ulawToStr, 3, v); }
-char const* fixedName(VCOM_HangUpSource v) { return nameBelow(DBG_Output::hangupSourceToStr, 3, v); }
-char const* fixedName(VCOM_OpeTyp v) { return nameBelow(DBG_Output::opeTypToStr, 8, v); }
-char const* fixedName(VCOM_Reason v) { return nameBelow(DBG_Output::reasonToStr, 6, v); }
-char const* fixedName(VCOM_Address_Plan v) { return nameBelow(DBG_Output::addressPlanToStr, 7, v); }
-char const* fixedName(VCOM_Address_Type v) { return nameBelow(DBG_Output::addressTypeToStr, 7, v); }
-char const* fixedName(VCOM_Address_Presentation v) { return nameBelow(DBG_Output::addressPresentationToStr, 4, v); }
-char const* fixedName(VCOM_UAgent v) { return nameBelow(DBG_Output::uagentToStr, 2, v); }
+char const* fixedName(VCOM_Codec v) { return nameWithin(DBG_Output::codecToStr, v); }
+char const* fixedName(VCOM_Direction v) { return nameWithin(DBG_Output::directionToStr, v); }
+char const* fixedName(VCOM_Sin v) { return nameWithin(DBG_Output::sinToStr, v); }
+char const* fixedName(VCOM_Ulaw v) { return nameWithin(DBG_Output::ulawToStr, v); }
+char const* fixedName(VCOM_HangUpSource v) { return nameWithin(DBG_Output::hangupSourceToStr, v); }
+char const* fixedName(VCOM_OpeTyp v) { return nameWithin(DBG_Output::opeTypToStr, v); }
+char const* fixedName(VCOM_Reason v) { return nameWithin(DBG_Output::reasonToStr, v); }
+char const* fixedName(VCOM_Address_Plan v) { return nameWithin(DBG_Output::addressPlanToStr, v); }
+char const* fixedName(VCOM_Address_Type v) { return nameWithin(DBG_Output::addressTypeToStr, v); }
+char const* fixedName(VCOM_Address_Presentation v) { return nameWithin(DBG_Output::addressPresentationToStr, v); }
+char const* fixedName(VCOM_UAgent v) { return nameWithin(DBG_Output::uagentToStr, v); }
 
 char const* causeName(VCOM_Cause value)
 {
