@@ -1,9 +1,20 @@
 #!/usr/bin/env bash
 # Runs the benchmarks of an optimised build and regenerates the tables of
-# docs/performance.md and its plot. Called by ./run bench after the build;
-# extra arguments go to the Google Benchmark program (e.g. a filter).
+# docs/performance.md and its plot. Called by ./run bench after the build.
+# With --strict it exits 1, after writing the page, when a target does not
+# hold; other arguments go to the Google Benchmark program (e.g. a filter).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+
+strict=()
+benchmark_arguments=()
+for argument in "$@"; do
+    if [ "$argument" = --strict ]; then
+        strict=(--strict)
+    else
+        benchmark_arguments+=("$argument")
+    fi
+done
 
 build=build/bench
 results=$build/results
@@ -17,7 +28,7 @@ common=(--benchmark_repetitions=5 --benchmark_report_aggregates_only=true
         --benchmark_min_time=0.2 --benchmark_out_format=json)
 
 echo "bench: Google Benchmark (report on standard error)" >&2
-"$build/bench/dbg_bench" "${common[@]}" --benchmark_out="$results/dbg_bench.json" "$@"
+"$build/bench/dbg_bench" "${common[@]}" --benchmark_out="$results/dbg_bench.json" "${benchmark_arguments[@]}"
 "$build/bench/dbg_bench_load" "${common[@]}" --benchmark_out="$results/dbg_bench_load.json" >&2
 
 echo "bench: Callgrind instruction counts" >&2
@@ -27,8 +38,10 @@ valgrind --tool=callgrind --collect-atstart=no \
     --callgrind-out-file="$results/callgrind/cg.out" \
     "$build/bench/dbg_trace_count" "$scratch" >/dev/null 2>"$results/callgrind/valgrind.log"
 
+status=0
 python3 bench/report.py --json "$results/dbg_bench.json" "$results/dbg_bench_load.json" \
     --callgrind "$results/callgrind" --operations 10000 \
-    --doc docs/performance.md --plot-data "$results/plot.dat"
+    --doc docs/performance.md --plot-data "$results/plot.dat" "${strict[@]}" || status=$?
 gnuplot -e "datafile='$results/plot.dat'; outfile='docs/performance.png'" bench/plot.gp
 echo "bench: docs/performance.md and docs/performance.png regenerated" >&2
+exit "$status"
