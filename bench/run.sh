@@ -39,7 +39,7 @@ valgrind --tool=callgrind --collect-atstart=no \
     "$build/bench/dbg_trace_count" "$scratch" >/dev/null 2>"$results/callgrind/valgrind.log"
 
 status=0
-python3 bench/report.py --json "$results/dbg_bench.json" "$results/dbg_bench_load.json" \
+python3 -B bench/report.py --json "$results/dbg_bench.json" "$results/dbg_bench_load.json" \
     --callgrind "$results/callgrind" --operations 10000 \
     --doc docs/performance.md --plot-data "$results/plot.dat" "${strict[@]}" || status=$?
 gnuplot -e "datafile='$results/plot.dat'; outfile='docs/performance.png'" bench/plot.gp
