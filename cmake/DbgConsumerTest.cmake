@@ -40,11 +40,20 @@ set(stage "${WORK_DIR}/stage")
 set(prefix "${stage}${INSTALL_PREFIX}")
 set(libdir "${prefix}/${LIBDIR}")
 
-if(MODE STREQUAL "runtime-component")
-  # What an image with the maker's IMC and voice libraries installs.
-  run(${CMAKE_COMMAND} -E env DESTDIR=${stage} ${CMAKE_COMMAND} --install ${BUILD_DIR} --component runtime)
+# Stages the given components alone; `variable` gets the files installed,
+# relative to the prefix, sorted.
+function(stage_components variable)
+  foreach(component IN LISTS ARGN)
+    run(${CMAKE_COMMAND} -E env DESTDIR=${stage} ${CMAKE_COMMAND} --install ${BUILD_DIR} --component ${component})
+  endforeach()
   file(GLOB_RECURSE installed LIST_DIRECTORIES false RELATIVE "${prefix}" "${stage}/*")
   list(SORT installed)
+  set(${variable} "${installed}" PARENT_SCOPE)
+endfunction()
+
+if(MODE STREQUAL "runtime-component")
+  # What an image with the maker's IMC and voice libraries installs.
+  stage_components(installed runtime)
   set(expected "${LIBDIR}/libdbg.so.1;${LIBDIR}/libdbg.so.1.0.0")
   if(NOT installed STREQUAL expected)
     message(FATAL_ERROR "the runtime component installs [${installed}], not [${expected}]")
@@ -60,14 +69,12 @@ endif()
 if(MODE STREQUAL "imc-standin")
   # What a workstation gets with the IMC stand-in: the manager and the
   # headers a host needs, and no test machinery in either.
-  foreach(component imc-standin imc-standin-dev)
-    run(${CMAKE_COMMAND} -E env DESTDIR=${stage} ${CMAKE_COMMAND} --install ${BUILD_DIR} --component ${component})
-  endforeach()
-  file(GLOB headers LIST_DIRECTORIES false RELATIVE "${prefix}/include/dbg/imc" "${prefix}/include/dbg/imc/*")
-  list(SORT headers)
+  stage_components(installed imc-standin imc-standin-dev)
+  list(FILTER installed INCLUDE REGEX "\\.h$")
+  list(TRANSFORM installed REPLACE "^include/dbg/imc/" "")
   set(expected "IMC_CommandObserver.h;IMC_Manager.h;IMC_StandIn.h;imc_msg.h")
-  if(NOT headers STREQUAL expected)
-    message(FATAL_ERROR "the stand-in installs the headers [${headers}], not [${expected}]")
+  if(NOT installed STREQUAL expected)
+    message(FATAL_ERROR "the stand-in installs the headers [${installed}], not include/dbg/imc/[${expected}]")
   endif()
   run(${CMAKE_COMMAND} -DNM=${NM} -DLIBRARY=${libdir}/libimc.so.1 -P ${SOURCE_DIR}/cmake/DbgCheckNoTestCode.cmake)
   file(REMOVE_RECURSE "${WORK_DIR}")
