@@ -1,12 +1,13 @@
 # Installs a build into a staging directory (DESTDIR) and uses it the way a
 # module does: cmake -P DbgConsumerTest.cmake with
-#   MODE            find_package | pkg-config | runtime-component
+#   MODE            find_package | pkg-config | runtime-component | imc-standin
 #   BUILD_DIR       the library's build tree
 #   SOURCE_DIR      the library's source tree (examples/module)
 #   WORK_DIR        scratch directory, emptied first and removed on success
 #   INSTALL_PREFIX  CMAKE_INSTALL_PREFIX of the build
 #   LIBDIR          CMAKE_INSTALL_LIBDIR of the build
 #   CXX             the build's C++ compiler (pkg-config mode)
+#   NM              the nm of the build's architecture (imc-standin mode)
 # and, for a cross build:
 #   TOOLCHAIN_FILE  its toolchain file
 #   SYSROOT_EXTRA   its DBG_PPC_SYSROOT_EXTRA, "|" between prefixes
@@ -39,11 +40,20 @@ set(stage "${WORK_DIR}/stage")
 set(prefix "${stage}${INSTALL_PREFIX}")
 set(libdir "${prefix}/${LIBDIR}")
 
-if(MODE STREQUAL "runtime-component")
-  # What an image with the maker's IMC and voice libraries installs.
-  run(${CMAKE_COMMAND} -E env DESTDIR=${stage} ${CMAKE_COMMAND} --install ${BUILD_DIR} --component runtime)
+# Stages the given components alone; `variable` gets the files installed,
+# relative to the prefix, sorted.
+function(stage_components variable)
+  foreach(component IN LISTS ARGN)
+    run(${CMAKE_COMMAND} -E env DESTDIR=${stage} ${CMAKE_COMMAND} --install ${BUILD_DIR} --component ${component})
+  endforeach()
   file(GLOB_RECURSE installed LIST_DIRECTORIES false RELATIVE "${prefix}" "${stage}/*")
   list(SORT installed)
+  set(${variable} "${installed}" PARENT_SCOPE)
+endfunction()
+
+if(MODE STREQUAL "runtime-component")
+  # What an image with the maker's IMC and voice libraries installs.
+  stage_components(installed runtime)
   set(expected "${LIBDIR}/libdbg.so.1;${LIBDIR}/libdbg.so.1.0.0")
   if(NOT installed STREQUAL expected)
     message(FATAL_ERROR "the runtime component installs [${installed}], not [${expected}]")
@@ -52,6 +62,21 @@ if(MODE STREQUAL "runtime-component")
   if(NOT target STREQUAL "libdbg.so.1.0.0")
     message(FATAL_ERROR "libdbg.so.1 points to ${target}")
   endif()
+  file(REMOVE_RECURSE "${WORK_DIR}")
+  return()
+endif()
+
+if(MODE STREQUAL "imc-standin")
+  # What a workstation gets with the IMC stand-in: the manager and the
+  # headers a host needs, and no test machinery in either.
+  stage_components(installed imc-standin imc-standin-dev)
+  list(FILTER installed INCLUDE REGEX "\\.h$")
+  list(TRANSFORM installed REPLACE "^include/dbg/imc/" "")
+  set(expected "IMC_CommandObserver.h;IMC_Manager.h;IMC_StandIn.h;imc_msg.h")
+  if(NOT installed STREQUAL expected)
+    message(FATAL_ERROR "the stand-in installs the headers [${installed}], not include/dbg/imc/[${expected}]")
+  endif()
+  run(${CMAKE_COMMAND} -DNM=${NM} -DLIBRARY=${libdir}/libimc.so.1 -P ${SOURCE_DIR}/cmake/DbgCheckNoTestCode.cmake)
   file(REMOVE_RECURSE "${WORK_DIR}")
   return()
 endif()

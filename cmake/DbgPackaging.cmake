@@ -151,8 +151,7 @@ set(CPACK_COMPONENT_IMC-STANDIN_DESCRIPTION
 "IMC manager stand-in for the SIP trunk gateway
 A small inter-module communication manager with the interface of the
 board maker's IMC library: command routing, answers, traces and posted
-records, and a local command socket for dbgctl. Images that carry the
-maker's library do not install it.")
+records. Images that carry the maker's library do not install it.")
 
 set(CPACK_DEBIAN_IMC-STANDIN-DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_IMC-STANDIN-DEV_PACKAGE_DEPENDS "libimc1 (= ${DBG_DEB_VERSION})")
@@ -176,6 +175,7 @@ set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 dbgctl sends one debug command line to a running gateway host and prints
 its answer, so the debug output of a daemonised gateway can be switched.
 dbg-gateway is the demo gateway host: the debug library at work with an
-IMC manager, the console and simulated call traffic.")
+IMC manager, the console, the command socket dbgctl talks to and
+simulated call traffic.")
 
 include(CPack)

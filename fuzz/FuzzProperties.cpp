@@ -25,7 +25,7 @@
 #include "DBG_OutputImc.h"
 #include "DBG_Version.h"
 #include "ExpectedTexts.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 #include "VCOM_Types.h"
 
 namespace dbg_fuzz {

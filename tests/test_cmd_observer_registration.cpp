@@ -10,7 +10,7 @@
 #include "DBG_CmdObserver.h"
 #include "DBG_OutManager.h"
 #include "DBG_Output.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 #include "TestSupport.h"
 
 using imc_standin::Call;

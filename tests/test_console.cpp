@@ -17,7 +17,7 @@
 
 #include "DBG_InManager.h"
 #include "DBG_OutManager.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 #include "TestSupport.h"
 
 namespace {

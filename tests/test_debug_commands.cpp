@@ -17,7 +17,7 @@
 #include "DBG_Output.h"
 #include "DBG_OutputFile.h"
 #include "DBG_OutputImc.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 #include "TestSupport.h"
 
 namespace {

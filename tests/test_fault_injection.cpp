@@ -34,7 +34,7 @@
 #include "DBG_OutManager.h"
 #include "DBG_Output.h"
 #include "DBG_OutputImc.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 #include "TestSupport.h"
 
 namespace {

@@ -9,7 +9,7 @@
 
 #include "DBG_Output.h"
 #include "DBG_OutputImc.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 #include "TestSupport.h"
 
 using imc_standin::Call;

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "IMC_Manager.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 #include "TestSupport.h"
 
 using imc_standin::Call;

@@ -10,7 +10,7 @@
 
 #include "DBG_Log.h"
 #include "DBG_OutManager.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 #include "TestSupport.h"
 
 namespace {

@@ -26,7 +26,7 @@
 #include "DBG_CmdObserver.h"
 #include "DBG_Log.h"
 #include "DBG_OutManager.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 #include "TestSupport.h"
 
 #if defined(__SANITIZE_ADDRESS__)

@@ -17,7 +17,7 @@
 #include <gtest/gtest.h>
 
 #include "DBG_CmdObserver.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 #include "TestSupport.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Demo gateway host: the debug library at work as the gateway process uses
-// it. It starts the IMC manager stand-in (with its remote command socket for
-// dbgctl), opens the operator console on standard input, listens for the
-// manual shutdown datagram at
+// it. It starts the IMC manager stand-in, serves remote commands for
+// dbgctl (RemoteCommands.h), opens the operator console on standard input,
+// listens for the manual shutdown datagram at
 // /tmp//<pid>.key, re-reads its configuration on IMC request 600, and
 // simulates call traffic as traces on a Tcl timer. Everything runs on the
 // Tcl event loop until a shutdown is asked for ("exit" on the console, end
@@ -31,6 +31,7 @@
 #include "DBG_Output.h"
 #include "DBG_Version.h"
 #include "IMC_StandIn.h"
+#include "RemoteCommands.h"
 #include "VCOM_Types.h"
 
 namespace {
@@ -214,10 +215,10 @@ void onRemoteReady(ClientData data, int mask)
 {
     int events = 0;
     if (mask & TCL_READABLE)
-        events |= imc_standin::RemoteReadable;
+        events |= gateway_remote::RemoteReadable;
     if (mask & TCL_WRITABLE)
-        events |= imc_standin::RemoteWritable;
-    imc_standin::serviceRemote(int(reinterpret_cast<std::intptr_t>(data)), events);
+        events |= gateway_remote::RemoteWritable;
+    gateway_remote::serviceRemote(int(reinterpret_cast<std::intptr_t>(data)), events);
 }
 
 void watchRemote(int descriptor, int events)
@@ -227,9 +228,9 @@ void watchRemote(int descriptor, int events)
         return;
     }
     int mask = 0;
-    if (events & imc_standin::RemoteReadable)
+    if (events & gateway_remote::RemoteReadable)
         mask |= TCL_READABLE;
-    if (events & imc_standin::RemoteWritable)
+    if (events & gateway_remote::RemoteWritable)
         mask |= TCL_WRITABLE;
     Tcl_CreateFileHandler(descriptor, mask, onRemoteReady,
                           reinterpret_cast<ClientData>(static_cast<std::intptr_t>(descriptor)));
@@ -352,7 +353,7 @@ int main(int argc, char** argv)
     FileId const stopFileBefore = fileId(stopPath);
     // Without remote commands the gateway still runs; the operator is told.
     if (options.imc) {
-        std::string const problem = imc_standin::startRemote(watchRemote);
+        std::string const problem = gateway_remote::startRemote(watchRemote);
         if (!problem.empty())
             std::cerr << argv[0] << ": no remote commands: " << problem << "\n";
     }
@@ -385,7 +386,7 @@ int main(int argc, char** argv)
         unlink(stopPath.c_str());
     tearDownSignals();
     if (options.imc) {
-        imc_standin::stopRemote();
+        gateway_remote::stopRemote();
         imc_standin::setPostHandler(nullptr);
         imc_standin::stop();
     }

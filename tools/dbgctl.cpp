@@ -1,9 +1,7 @@
 // dbgctl: sends one command line to a running gateway host and prints its
 // answer, e.g. "dbgctl DBG out file /var/log/gw.trace" to switch the debug
-// output of a daemonised gateway. It talks to the IMC manager's command
-// socket <directory>/gateway-<pid>.sock, the directory being
-// $XDG_RUNTIME_DIR/dbg when that variable names a directory, else
-// /tmp/dbg-<uid> (as the IMC stand-in makes it).
+// output of a daemonised gateway. It talks to the host's remote command
+// socket, found as RemoteSocketPath.h says.
 //
 // Exit status: 0 answered, 1 no gateway answered or it refused, 2 misuse.
 #include <dirent.h>
@@ -24,7 +22,7 @@
 #include <string>
 #include <vector>
 
-#include "IMC_StandIn.h"
+#include "RemoteSocketPath.h"
 
 namespace {
 
@@ -233,10 +231,10 @@ int main(int argc, char** argv)
     auto const deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     int descriptor = -1;
     if (path.empty() && pid.empty()) {
-        descriptor = findGateway(imc_standin::remoteSocketDirectory(), path, deadline);
+        descriptor = findGateway(gateway_remote::remoteSocketDirectory(), path, deadline);
     } else {
         if (path.empty())
-            path = imc_standin::remoteSocketPathOf(imc_standin::remoteSocketDirectory(), pid);
+            path = gateway_remote::remoteSocketPathOf(gateway_remote::remoteSocketDirectory(), pid);
         descriptor = connectTo(path, deadline);
         if (descriptor == -1)
             fail(describeConnectFailure(path, errno));

@@ -23,7 +23,7 @@
 #include <gtest/gtest.h>
 
 #include "DBG_OutManager.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 
 CoutCapture::CoutCapture() : m_previous(std::cout.rdbuf(m_captured.rdbuf()))
 {

@@ -11,7 +11,7 @@
 
 #include "DBG_Output.h"
 #include "ExpectedTexts.h"
-#include "IMC_StandIn.h"
+#include "ImcProbe.h"
 
 // Collects everything written to std::cout while it lives.
 class CoutCapture {

@@ -3,8 +3,9 @@
 // one at build time (DBG_IMC_INCLUDE_DIR, DBG_IMC_LIBRARY).
 //
 // Behaviour of this stand-in:
-// - No manager exists until the host calls imc_standin::start(identifier);
-//   until then, and after imc_standin::stop(), instance() throws
+// - No manager exists until the host calls imc_standin::start(identifier)
+//   (IMC_StandIn.h, the host's control of the stand-in); until then, and
+//   after imc_standin::stop(), instance() throws
 //   std::runtime_error("no IMC manager").
 // - Once started it is a small, real manager:
 //   * receiveCommand routes a line to every observer registered for the
@@ -25,8 +26,8 @@
 //   * coreDumpExit flushes standard output, says "IMC : core dump exit
 //     (cause N)" on standard error and ends the process with a core dump
 //     (abort).
-// - Tests drive it through IMC_StandIn.h: faults on any operation, a null
-//   instance, and a record of every call with its exact arguments.
+// - It keeps no record of the calls made on it and raises no fault of its
+//   own: each operation does the above and nothing more.
 #ifndef IMC_MANAGER_H
 #define IMC_MANAGER_H
 

@@ -6,11 +6,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "IMC_Probe.h"
 #include "IMC_StandIn.h"
-
-using imc_standin::Call;
-using imc_standin::Fault;
-using imc_standin::Operation;
 
 struct IMC_Routing {
     std::map<std::string, std::vector<IMC_CommandObserver*>> observers;
@@ -18,20 +15,11 @@ struct IMC_Routing {
 
 namespace {
 
-struct InjectedFault {
-    Fault fault = Fault::None;
-    int remaining = 0;  // negative: until cleared
-    int skip = 0;       // calls still to go through first
-};
-
 struct StandIn {
     IMC_Manager* manager = nullptr;
     std::ostream* traceStream = &std::cout;
     std::function<void(imc_msg const&)> postHandler;
     std::function<void(std::string const&)> answerHandler;
-    std::map<Operation, InjectedFault> faults;
-    bool recording = false;
-    std::vector<Call> calls;
 };
 
 StandIn& standIn()
@@ -40,57 +28,8 @@ StandIn& standIn()
     return state;
 }
 
-// Nothing is copied unless a test asked for the record: hosts and
-// benchmarks pay no more than a test.
-void record(Operation operation, std::string const& text = std::string(),
-            std::string const& origin = std::string(), int number = 0,
-            IMC_CommandObserver const* observer = nullptr, imc_msg const* msg = nullptr)
-{
-    if (!standIn().recording)
-        return;
-    Call call;
-    call.operation = operation;
-    call.text = text;
-    call.origin = origin;
-    call.number = number;
-    call.observer = observer;
-    if (msg) {
-        auto const* bytes = reinterpret_cast<unsigned char const*>(msg);
-        call.record.assign(bytes, bytes + sizeof *msg);
-    }
-    standIn().calls.push_back(std::move(call));
-}
-
-// The fault now due for an operation, counting it down.
-Fault dueFault(Operation operation)
-{
-    auto found = standIn().faults.find(operation);
-    if (found == standIn().faults.end() || found->second.remaining == 0)
-        return Fault::None;
-    if (found->second.skip > 0) {
-        --found->second.skip;
-        return Fault::None;
-    }
-    if (found->second.remaining > 0)
-        --found->second.remaining;
-    return found->second.fault;
-}
-
-// Throws the due fault; a fault that is not an exception is returned.
-Fault raiseDueFault(Operation operation)
-{
-    Fault const fault = dueFault(operation);
-    switch (fault) {
-    case Fault::RuntimeError:
-        throw std::runtime_error("injected fault");
-    case Fault::OtherException:
-        throw std::logic_error("injected fault");
-    case Fault::None:
-    case Fault::NullInstance:
-        break;
-    }
-    return fault;
-}
+// Constant-initialised, so asking costs one load and no guard.
+imc_standin::Probe* probe = nullptr;
 
 std::string keyOf(std::string const& line)
 {
@@ -114,8 +53,7 @@ IMC_CommandObserver::~IMC_CommandObserver() = default;
 
 IMC_Manager* IMC_Manager::instance(unsigned char module)
 {
-    record(Operation::Instance, "", "", module);
-    if (raiseDueFault(Operation::Instance) == Fault::NullInstance)
+    if (probe && !probe->instance(module))
         return nullptr;
     if (!standIn().manager)
         throw std::runtime_error("no IMC manager");
@@ -124,15 +62,15 @@ IMC_Manager* IMC_Manager::instance(unsigned char module)
 
 void IMC_Manager::registration(IMC_CommandObserver* observer, std::string const& key)
 {
-    record(Operation::Registration, key, "", 0, observer);
-    raiseDueFault(Operation::Registration);
+    if (probe)
+        probe->registration(observer, key);
     routing->observers[key].push_back(observer);
 }
 
 void IMC_Manager::unregistration(IMC_CommandObserver* observer, std::string const& key)
 {
-    record(Operation::Unregistration, key, "", 0, observer);
-    raiseDueFault(Operation::Unregistration);
+    if (probe)
+        probe->unregistration(observer, key);
     auto& registered = routing->observers[key];
     for (auto it = registered.begin(); it != registered.end(); ++it) {
         if (*it == observer) {
@@ -144,8 +82,8 @@ void IMC_Manager::unregistration(IMC_CommandObserver* observer, std::string cons
 
 void IMC_Manager::receiveCommand(int source, std::string const& line)
 {
-    record(Operation::ReceiveCommand, line, "", source);
-    raiseDueFault(Operation::ReceiveCommand);
+    if (probe)
+        probe->receiveCommand(source, line);
     std::string const key = keyOf(line);
     // A copy: an observer may unregister while it runs.
     std::vector<IMC_CommandObserver*> const receivers = routing->observers[key];
@@ -163,8 +101,8 @@ void IMC_Manager::receiveCommand(int source, std::string const& line)
 
 void IMC_Manager::answerCommand(std::string const& answer)
 {
-    record(Operation::AnswerCommand, answer);
-    raiseDueFault(Operation::AnswerCommand);
+    if (probe)
+        probe->answerCommand(answer);
     if (consoleFlag || !standIn().answerHandler)
         std::cout << answer << std::flush;
     else
@@ -173,30 +111,30 @@ void IMC_Manager::answerCommand(std::string const& answer)
 
 void IMC_Manager::trace(std::string const& text, std::string const& origin, int line) const
 {
-    record(Operation::Trace, text, origin, line);
-    raiseDueFault(Operation::Trace);
+    if (probe)
+        probe->trace(text, origin, line);
     writeTrace("trace", text, origin, line);
 }
 
 void IMC_Manager::error(std::string const& text, std::string const& origin, int line) const
 {
-    record(Operation::Error, text, origin, line);
-    raiseDueFault(Operation::Error);
+    if (probe)
+        probe->error(text, origin, line);
     writeTrace("ERROR", text, origin, line);
 }
 
 void IMC_Manager::post(imc_msg& msg)
 {
-    record(Operation::Post, "", "", 0, nullptr, &msg);
-    raiseDueFault(Operation::Post);
+    if (probe)
+        probe->post(msg);
     if (standIn().postHandler)
         standIn().postHandler(msg);
 }
 
 void IMC_Manager::coreDumpExit(ExitCause cause)
 {
-    record(Operation::CoreDumpExit, "", "", cause);
-    raiseDueFault(Operation::CoreDumpExit);
+    if (probe)
+        probe->coreDumpExit(cause);
     std::cout.flush();
     std::cerr << "IMC : core dump exit (cause " << cause << ")" << std::endl;
     std::abort();
@@ -248,29 +186,9 @@ std::function<void(std::string const&)> answerHandler()
     return standIn().answerHandler;
 }
 
-void injectFault(Operation operation, Fault fault, int times, int skip)
+void setProbe(Probe* installed)
 {
-    standIn().faults[operation] = InjectedFault{fault, times, skip};
-}
-
-void clearFaults()
-{
-    standIn().faults.clear();
-}
-
-void setRecording(bool on)
-{
-    standIn().recording = on;
-}
-
-std::vector<Call> const& calls()
-{
-    return standIn().calls;
-}
-
-void clearCalls()
-{
-    standIn().calls.clear();
+    probe = installed;
 }
 
 }  // namespace imc_standin

@@ -1,8 +1,8 @@
-// The stand-in's remote command listener (see IMC_StandIn.h): one command
-// line per connection on a local stream socket, answered on the connection.
 // Every descriptor is non-blocking and the host's event loop says when one
 // is ready, so a client that hangs, half-closes or never reads cannot stall
 // the gateway.
+#include "RemoteCommands.h"
+
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -18,6 +18,7 @@
 
 #include "IMC_Manager.h"
 #include "IMC_StandIn.h"
+#include "RemoteSocketPath.h"
 
 namespace {
 
@@ -34,7 +35,7 @@ struct Remote {
     std::string path;
     dev_t socketDevice = 0;
     ino_t socketInode = 0;
-    imc_standin::RemoteWatch watch;
+    gateway_remote::RemoteWatch watch;
     std::list<Connection> connections;  // oldest first
 };
 
@@ -116,7 +117,7 @@ void sendAnswer(std::list<Connection>::iterator connection)
         } else if (sent < 0 && errno == EINTR) {
             continue;
         } else if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            watch(connection->descriptor, imc_standin::RemoteWritable);
+            watch(connection->descriptor, gateway_remote::RemoteWritable);
             return;
         } else {
             break;  // the client went away: nobody to answer
@@ -150,8 +151,8 @@ void receive(std::list<Connection>::iterator connection)
         if (got > 0)
             received.append(chunk, std::size_t(got));
         std::size_t const end = received.find('\n');
-        if (end == std::string::npos && received.size() > imc_standin::remoteLineLimit) {
-            answer(connection, "refused: line longer than " + std::to_string(imc_standin::remoteLineLimit) +
+        if (end == std::string::npos && received.size() > gateway_remote::remoteLineLimit) {
+            answer(connection, "refused: line longer than " + std::to_string(gateway_remote::remoteLineLimit) +
                                    " bytes\n");
             return;
         }
@@ -166,8 +167,8 @@ void receive(std::list<Connection>::iterator connection)
         std::string line = received.substr(0, end);
         if (!line.empty() && line.back() == '\r')
             line.pop_back();
-        if (line.size() > imc_standin::remoteLineLimit) {
-            answer(connection, "refused: line longer than " + std::to_string(imc_standin::remoteLineLimit) +
+        if (line.size() > gateway_remote::remoteLineLimit) {
+            answer(connection, "refused: line longer than " + std::to_string(gateway_remote::remoteLineLimit) +
                                    " bytes\n");
             return;
         }
@@ -185,7 +186,7 @@ void accept()
                 continue;
             return;  // EAGAIN: all taken; anything else: try at the next event
         }
-        if (remote().connections.size() >= imc_standin::remoteConnectionLimit)
+        if (remote().connections.size() >= gateway_remote::remoteConnectionLimit)
             closeConnection(remote().connections.begin());
         remote().connections.push_back(Connection());
         auto connection = std::prev(remote().connections.end());
@@ -197,21 +198,21 @@ void accept()
         } else if (peer.uid != geteuid()) {
             answer(connection, "refused: uid " + std::to_string(peer.uid) + " is not the gateway's user\n");
         } else {
-            watch(descriptor, imc_standin::RemoteReadable);
+            watch(descriptor, gateway_remote::RemoteReadable);
         }
     }
 }
 
 }  // namespace
 
-namespace imc_standin {
+namespace gateway_remote {
 
 std::string startRemote(RemoteWatch watchDescriptor)
 {
     Remote& state = remote();
     if (state.listener != -1)
         return "";
-    if (!manager())
+    if (!imc_standin::manager())
         return "no IMC manager";
     std::string const directory = remoteSocketDirectory();
     std::string const path = remoteSocketPathOf(directory, std::to_string(getpid()));
@@ -304,4 +305,4 @@ void stopRemote()
     state.watch = nullptr;
 }
 
-}  // namespace imc_standin
+}  // namespace gateway_remote
