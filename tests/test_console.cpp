@@ -44,15 +44,6 @@ bool sigtermStaysAway()
     return sigtermCount == 0;
 }
 
-std::vector<imc_standin::Call> callsOf(imc_standin::Operation operation)
-{
-    std::vector<imc_standin::Call> found;
-    for (auto const& call : imc_standin::calls())
-        if (call.operation == operation)
-            found.push_back(call);
-    return found;
-}
-
 // Records the console flag the manager holds whenever a line arrives.
 class FlagProbe : public IMC_CommandObserver {
 public:
