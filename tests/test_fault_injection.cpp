@@ -347,10 +347,12 @@ void destroyWithFailingUnregistration()
     DBG_OutManager::desinstance();
 }
 
-// Another exception type cannot leave a destructor: the process ends.
+// Another exception type cannot leave a destructor: the process ends
+// through std::terminate, whatever the runtime prints on the way (its
+// words differ between optimised and debug builds).
 void unregistrationEndsTheProcess()
 {
-    EXPECT_DEATH(destroyWithFailingUnregistration(), "injected fault");
+    EXPECT_EXIT(destroyWithFailingUnregistration(), ::testing::KilledBySignal(SIGABRT), "");
 }
 
 // The IMC manager's trace or error fails: the failure passes the logger, the
@@ -461,7 +463,11 @@ std::vector<FaultCase> const faultCases = {
 
 class FaultMatrix : public ::testing::TestWithParam<FaultCase> {
 protected:
-    void SetUp() override { imc_standin::setAnswerHandler([](std::string const&) {}); }
+    void SetUp() override
+    {
+        notedFaults = -1;  // a row before this one, in the same process, may have noted its own
+        imc_standin::setAnswerHandler([](std::string const&) {});
+    }
     void TearDown() override { imc_standin::setAnswerHandler(nullptr); }
 
     ImcSession session;
