@@ -47,6 +47,16 @@ protected:
         ASSERT_EQ(readFile(CurrentConfigIsolation::configFile), content);
     }
 
+    static void expectBothEmptyWithoutAnException()
+    {
+        DBG_Version* version = nullptr;
+        EXPECT_NO_THROW(version = new DBG_Version);
+        ASSERT_NE(version, nullptr);
+        EXPECT_EQ(version->m_voipVersion, "");
+        EXPECT_EQ(version->m_traxoValue, "");
+        delete version;
+    }
+
 private:
     CurrentConfigIsolation m_isolation;
 };
@@ -296,12 +306,7 @@ TEST(VersionLines, CharactersBehindANulStillCountForTheLineLength)
 TEST_F(VersionTest, NoFileLeavesBothEmpty)
 {
     ASSERT_FALSE(fileExists(CurrentConfigIsolation::configFile));
-    DBG_Version* version = nullptr;
-    EXPECT_NO_THROW(version = new DBG_Version);
-    ASSERT_NE(version, nullptr);
-    EXPECT_EQ(version->m_voipVersion, "");
-    EXPECT_EQ(version->m_traxoValue, "");
-    delete version;
+    expectBothEmptyWithoutAnException();
 }
 
 TEST_F(VersionTest, ReadsTheFileAtItsAbsolutePathOnly)
@@ -328,12 +333,7 @@ TEST_F(VersionTest, ReadsTheFileAtItsAbsolutePathOnly)
 TEST_F(VersionTest, DirectoryInPlaceOfTheFileLeavesBothEmpty)
 {
     ASSERT_EQ(mkdir(CurrentConfigIsolation::configFile, 0755), 0);
-    DBG_Version* version = nullptr;
-    EXPECT_NO_THROW(version = new DBG_Version);
-    ASSERT_NE(version, nullptr);
-    EXPECT_EQ(version->m_voipVersion, "");
-    EXPECT_EQ(version->m_traxoValue, "");
-    delete version;
+    expectBothEmptyWithoutAnException();
 }
 
 TEST_F(VersionTest, EachReaderTakesTheContentsOfItsOwnTime)
