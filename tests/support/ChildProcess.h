@@ -23,17 +23,24 @@
 
 extern char** environ;
 
-// <build>/tools/<name>, for a test program at <build>/tests/<program>.
-inline std::string toolPath(char const* name)
-{
+// <build>, for a test program at <build>/tests/<program>. Read when the
+// program starts: once a test has entered a private view of the file system
+// from inside a chroot, the kernel names the program by its path outside.
+inline std::string const buildDirectory = [] {
     char self[PATH_MAX];
     ssize_t const length = readlink("/proc/self/exe", self, sizeof self - 1);
     if (length <= 0)
-        return "";
+        return std::string();
     std::string path(self, std::size_t(length));
     path.erase(path.rfind('/'));  // <build>/tests
     path.erase(path.rfind('/'));  // <build>
-    return path + "/tools/" + name;
+    return path;
+}();
+
+// <build>/tools/<name>.
+inline std::string toolPath(char const* name)
+{
+    return buildDirectory + "/tools/" + name;
 }
 
 class ChildProcess {
