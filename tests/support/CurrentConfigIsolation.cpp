@@ -74,6 +74,10 @@ Step enterNamespaces()
     return {Outcome::Entered, ""};
 }
 
+// The real root, named so that an emulator's own path mapping (qemu -L
+// shows its target directory as "/") leaves it alone.
+char const realRoot[] = "/proc/self/root/";
+
 struct TopLevelEntry {
     std::string name;
     mode_t type;
@@ -81,13 +85,13 @@ struct TopLevelEntry {
 
 Step listRoot(std::vector<TopLevelEntry>& entries)
 {
-    DIR* root = opendir("/");
+    DIR* root = opendir(realRoot);
     if (!root)
         return failed("listing /", errno);
     while (dirent* entry = readdir(root)) {
         std::string const name = entry->d_name;
         struct stat status;
-        if (name == "." || name == ".." || name == "current" || lstat(("/" + name).c_str(), &status) != 0)
+        if (name == "." || name == ".." || name == "current" || lstat((realRoot + name).c_str(), &status) != 0)
             continue;
         entries.push_back({name, status.st_mode & S_IFMT});
     }
@@ -95,12 +99,12 @@ Step listRoot(std::vector<TopLevelEntry>& entries)
     return {Outcome::Entered, ""};
 }
 
-// Puts one top-level entry into the new root: directories and files bound
-// with what is mounted below them, symbolic links copied.
+// Puts one top-level entry into the new root: symbolic links copied,
+// directories and files bound with what is mounted below them.
 Step placeEntry(TopLevelEntry const& entry, std::string const& newRoot)
 {
-    std::string const source = "/" + entry.name;
-    std::string const target = newRoot + source;
+    std::string const source = realRoot + entry.name;
+    std::string const target = newRoot + "/" + entry.name;
     if (entry.type == S_IFLNK) {
         char link[PATH_MAX];
         ssize_t const length = readlink(source.c_str(), link, sizeof link - 1);
