@@ -4,7 +4,6 @@
 #define DBG_BENCH_BENCHSUPPORT_H
 
 #include <cstddef>
-#include <cstdio>
 #include <string>
 
 namespace bench {
@@ -33,36 +32,6 @@ inline std::string message(std::size_t size, bool percent)
             text[k * (size - 1) / count] = '%';
     }
     return text;
-}
-
-// What the logger hands on: every "%" doubled.
-inline std::string escaped(std::string const& text)
-{
-    std::string result;
-    for (char c : text) {
-        result += c;
-        if (c == '%')
-            result += '%';
-    }
-    return result;
-}
-
-// The obvious way to write the dump: snprintf(" %02X") per byte, with the
-// same line feed after every 16th byte and blank after every other 8th.
-inline std::string snprintfHexDump(unsigned char const* data, unsigned int length)
-{
-    std::string dump;
-    dump.reserve(3 * std::size_t(length) + length / 8);
-    char group[4];
-    for (unsigned int i = 1; i <= length; ++i) {
-        std::snprintf(group, sizeof group, " %02X", data[i - 1]);
-        dump += group;
-        if (i % 16 == 0)
-            dump += '\n';
-        else if (i % 8 == 0)
-            dump += ' ';
-    }
-    return dump;
 }
 
 }  // namespace bench

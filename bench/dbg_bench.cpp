@@ -5,13 +5,9 @@
 // The console sink writes to standard output; for the whole run it goes to
 // /dev/null and the report goes to standard error (and to --benchmark_out).
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
 #include <spdlog/logger.h>
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
-#include <sys/file.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,13 +17,13 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <sched.h>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "AllocationCounter.h"
 #include "BenchSupport.h"
+#include "CurrentConfigIsolation.h"
 #include "DBG_Log.h"
 #include "DBG_OutManager.h"
 #include "DBG_Output.h"
@@ -36,6 +32,7 @@
 #include "DBG_Version.h"
 #include "IMC_Manager.h"
 #include "IMC_StandIn.h"
+#include "ReferenceModels.h"
 
 namespace {
 
@@ -128,7 +125,7 @@ void logBench(benchmark::State& state, Sink sink, bool isError, std::string cons
     std::string const path = scratchPath("dbg-bench-log.txt");
     selectSink(sink, path);
     DBG_Log const log;
-    std::size_t written = bench::escaped(text).size();
+    std::size_t written = percentDoubled(text).size();
     if (isError)
         written += bench::errorDetail.size() + 2;
     std::size_t const perOperation = sink == Sink::File ? written : 0;
@@ -273,7 +270,7 @@ std::vector<unsigned char> dumpData(unsigned int length)
 void hexaDumpBench(benchmark::State& state, unsigned int length)
 {
     auto const data = dumpData(length);
-    if (DBG_Output::hexaDump(data.data(), length) != bench::snprintfHexDump(data.data(), length)) {
+    if (DBG_Output::hexaDump(data.data(), length) != hexDumpModel(data.data(), length)) {
         state.SkipWithError("hexaDump and the snprintf dump differ");
         return;
     }
@@ -287,7 +284,7 @@ void snprintfDumpBench(benchmark::State& state, unsigned int length)
 {
     auto const data = dumpData(length);
     measure(state, [&] {
-        std::string dump = bench::snprintfHexDump(data.data(), length);
+        std::string dump = hexDumpModel(data.data(), length);
         benchmark::DoNotOptimize(dump.data());
     });
 }
@@ -304,68 +301,13 @@ void switchBench(benchmark::State& state, Sink sink)
 
 // --- DBG_Version on a 100-line configuration ---------------------------------
 
-// DBG_Version reads exactly /current/config.rc. This process gets a private
-// mount namespace with a tmpfs on /current, so the host's /current is never
-// touched. Test programs do the same; all take turns through a lock on "/".
-class PrivateCurrent {
-public:
-    PrivateCurrent() = default;
-    PrivateCurrent(PrivateCurrent const&) = delete;
-    PrivateCurrent& operator=(PrivateCurrent const&) = delete;
-    ~PrivateCurrent() { leave(); }
-
-    // Empty on success, else the step that failed and why.
-    std::string enter()
-    {
-        m_lock = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (m_lock == -1)
-            return failure("open(\"/\")");
-        if (flock(m_lock, LOCK_EX) != 0)
-            return failure("flock(\"/\")");
-        if (unshare(CLONE_NEWNS) != 0)
-            return failure("unshare(CLONE_NEWNS) (needs root or CAP_SYS_ADMIN)");
-        if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-            return failure("making / recursively private");
-        if (mkdir("/current", 0755) == 0) {
-            m_createdDirectory = true;
-        } else {
-            struct stat status;
-            if (errno != EEXIST || stat("/current", &status) != 0 || !S_ISDIR(status.st_mode))
-                return failure("mkdir(/current)");
-        }
-        if (mount("dbg-bench", "/current", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0)
-            return failure("mounting a tmpfs on /current");
-        m_mounted = true;
-        return std::string();
-    }
-
-    void leave()
-    {
-        if (m_mounted)
-            umount2("/current", 0);
-        if (m_createdDirectory)
-            rmdir("/current");
-        if (m_lock != -1)
-            close(m_lock);
-        m_mounted = m_createdDirectory = false;
-        m_lock = -1;
-    }
-
-private:
-    static std::string failure(char const* step) { return std::string(step) + ": " + std::strerror(errno); }
-
-    int m_lock = -1;
-    bool m_createdDirectory = false;
-    bool m_mounted = false;
-};
-
+// DBG_Version reads exactly /current/config.rc: this process reads it in a
+// private view of the file system, so the host's /current is never touched.
 void versionBench(benchmark::State& state)
 {
-    PrivateCurrent current;
-    std::string const failed = current.enter();
-    if (!failed.empty()) {
-        current.leave();
-        state.SkipWithError(("skipped, no private /current: " + failed).c_str());
+    CurrentConfigIsolation isolation;
+    if (isolation.enter() != CurrentConfigIsolation::Outcome::Entered) {
+        state.SkipWithError(("skipped, no private /current: " + isolation.reason()).c_str());
         return;
     }
     {

@@ -20,6 +20,7 @@
 #include "DBG_OutManager.h"
 #include "DBG_Output.h"
 #include "IMC_StandIn.h"
+#include "ReferenceModels.h"
 
 namespace {
 
@@ -109,7 +110,7 @@ int main(int argc, char** argv)
         data[i] = static_cast<unsigned char>(i * 37 + 11);
     count("hexadump/256", [&] { std::string const dump = DBG_Output::hexaDump(data.data(), 256); });
     count("ref/snprintf_hexdump/256",
-          [&] { std::string const dump = bench::snprintfHexDump(data.data(), 256); });
+          [&] { std::string const dump = hexDumpModel(data.data(), 256); });
 
     DBG_OutManager::desinstance();
     imc_standin::stop();

@@ -1,6 +1,5 @@
 #include "FuzzProperties.h"
 
-#include <ftw.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -24,8 +23,13 @@
 #include "DBG_OutputFile.h"
 #include "DBG_OutputImc.h"
 #include "DBG_Version.h"
+#include "DBG_VersionLines.h"
 #include "ExpectedTexts.h"
+#include "ImcCalls.h"
 #include "ImcProbe.h"
+#include "RecordingSink.h"
+#include "ReferenceModels.h"
+#include "ShutdownSocketPaths.h"
 #include "VCOM_Types.h"
 
 namespace dbg_fuzz {
@@ -36,60 +40,12 @@ using imc_standin::Call;
 using imc_standin::Fault;
 using imc_standin::Operation;
 
-// Printable form of arbitrary bytes, for failure messages.
-std::string quoted(std::string const& bytes)
-{
-    std::string out = "\"";
-    for (unsigned char c : bytes) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += char(c);
-        } else if (c >= 0x20 && c < 0x7F) {
-            out += char(c);
-        } else {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\x%02X", c);
-            out += escaped;
-        }
-    }
-    return out + "\"";
-}
-
-std::string operationName(Operation operation)
-{
-    switch (operation) {
-    case Operation::Instance: return "instance";
-    case Operation::Registration: return "registration";
-    case Operation::Unregistration: return "unregistration";
-    case Operation::ReceiveCommand: return "receiveCommand";
-    case Operation::AnswerCommand: return "answerCommand";
-    case Operation::Trace: return "trace";
-    case Operation::Error: return "error";
-    case Operation::Post: return "post";
-    case Operation::CoreDumpExit: return "coreDumpExit";
-    }
-    return "?";
-}
-
-std::string describeCalls(std::vector<Call> const& calls)
-{
-    std::string out;
-    for (Call const& call : calls)
-        out += " " + operationName(call.operation) + "(" + quoted(call.text) + ")";
-    return out.empty() ? " none" : out;
-}
-
 // Discards everything: standard output while commands run.
 class NullBuffer : public std::streambuf {
 protected:
     int overflow(int c) override { return traits_type::not_eof(c); }
     std::streamsize xsputn(char const*, std::streamsize count) override { return count; }
 };
-
-int removeEntry(char const* path, struct stat const*, int, struct FTW*)
-{
-    return ::remove(path);
-}
 
 constexpr unsigned char benchIdentifier = 0x5A;
 
@@ -223,17 +179,12 @@ CommandBench::CommandBench()
     imc_standin::clearFaults();
     imc_standin::setRecording(true);
 
-    char const* base = getenv("TMPDIR");
-    std::string pattern = std::string(base && *base ? base : "/tmp") + "/dbg-fuzz-XXXXXX";
-    if (!mkdtemp(&pattern[0]))
-        throw std::runtime_error("cannot create a scratch directory " + pattern + ": " + std::strerror(errno));
-    m_directory = pattern;
     char previous[4096];
     if (!getcwd(previous, sizeof previous))
         throw std::runtime_error(std::string("getcwd: ") + std::strerror(errno));
     m_previousDirectory = previous;
-    if (chdir(m_directory.c_str()) != 0)
-        throw std::runtime_error("cannot enter " + m_directory + ": " + std::strerror(errno));
+    if (chdir(directory().c_str()) != 0)
+        throw std::runtime_error("cannot enter " + directory() + ": " + std::strerror(errno));
     removeStopSocket();
 }
 
@@ -250,20 +201,19 @@ CommandBench::~CommandBench()
     std::cout.rdbuf(m_previousOutput);
     if (chdir(m_previousDirectory.c_str()) != 0)
         std::perror("dbg_fuzz: chdir back");
-    nftw(m_directory.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
 }
 
 void CommandBench::removeStopSocket() const
 {
-    unlink(("/tmp//dbg" + std::to_string(getpid()) + ".key").c_str());
+    unlink(ShutdownSocketPaths::ownPath().c_str());
 }
 
 void CommandBench::emptyDirectory() const
 {
     // Removed whole and made anew: the working directory is entered again.
-    nftw(m_directory.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
-    if (mkdir(m_directory.c_str(), 0700) != 0 || chdir(m_directory.c_str()) != 0)
-        throw std::runtime_error("cannot make " + m_directory + " anew: " + std::strerror(errno));
+    removeTree(directory());
+    if (mkdir(directory().c_str(), 0700) != 0 || chdir(directory().c_str()) != 0)
+        throw std::runtime_error("cannot make " + directory() + " anew: " + std::strerror(errno));
 }
 
 std::string checkCommand(std::uint8_t const* data, std::size_t size)
@@ -362,13 +312,6 @@ std::string checkCommand(std::uint8_t const* data, std::size_t size)
 std::string checkVersion(std::uint8_t const* data, std::size_t size)
 {
     std::string const content(reinterpret_cast<char const*>(data), size);
-    {
-        std::ofstream file("/current/config.rc", std::ios::binary | std::ios::trunc);
-        file.write(content.data(), static_cast<std::streamsize>(content.size()));
-        file.close();
-        if (!file)
-            return "cannot write /current/config.rc";
-    }
 
     // The line rules: lines end at a line feed (the last may lack it); a
     // line of 255 characters or more ends the reading unexamined; a line is
@@ -396,11 +339,14 @@ std::string checkVersion(std::uint8_t const* data, std::size_t size)
         position = end + 1;
     }
 
-    DBG_Version const version;
-    if (version.m_voipVersion != voip)
-        return "version " + quoted(version.m_voipVersion) + ", model " + quoted(voip) + " for " + quoted(content);
-    if (version.m_traxoValue != traxo)
-        return "TRAXO value " + quoted(version.m_traxoValue) + ", model " + quoted(traxo) + " for " + quoted(content);
+    std::istringstream lines(content);
+    std::string readVoip;
+    std::string readTraxo;
+    dbg_version::scanLines(lines, readVoip, readTraxo);
+    if (readVoip != voip)
+        return "version " + quoted(readVoip) + ", model " + quoted(voip) + " for " + quoted(content);
+    if (readTraxo != traxo)
+        return "TRAXO value " + quoted(readTraxo) + ", model " + quoted(traxo) + " for " + quoted(content);
     return "";
 }
 
@@ -415,22 +361,7 @@ std::string checkHexaDump(std::uint8_t const* data, std::size_t size)
         return "dump of " + std::to_string(length) + " bytes is " + std::to_string(dump.size()) +
                " characters, expected " + std::to_string(expectedLength);
 
-    // Row by row: a full row is eight groups, a blank, eight groups and a
-    // line feed; a last, shorter row stops after its last group, with the
-    // blank when it holds exactly eight.
-    std::string model;
-    for (std::size_t row = 0; row < length; row += 16) {
-        std::size_t const inRow = length - row < 16 ? length - row : 16;
-        for (std::size_t i = 0; i < inRow; ++i) {
-            char group[4];
-            std::snprintf(group, sizeof group, " %02X", unsigned(data[row + i]));
-            model += group;
-            if (i == 7)
-                model += ' ';
-        }
-        if (inRow == 16)
-            model += '\n';
-    }
+    std::string const model = hexDumpModel(data, length);
     if (model != dump)
         return "dump " + quoted(dump) + ", model " + quoted(model);
     return "";
@@ -439,46 +370,6 @@ std::string checkHexaDump(std::uint8_t const* data, std::size_t size)
 // ---- percent escaping --------------------------------------------------------
 
 namespace {
-
-// Records what the output manager forwards, one event per call.
-class EventSink : public DBG_Output {
-public:
-    explicit EventSink(std::vector<std::string>* events) : m_events(events) {}
-    operator std::string const() const override { return "events"; }
-    DBG_Output& operator<<(std::string const& text) override
-    {
-        m_events->push_back("text:" + text);
-        return *this;
-    }
-    DBG_Output& operator<<(int number) override
-    {
-        m_events->push_back("int:" + std::to_string(number));
-        return *this;
-    }
-    DBG_Output& operator<<(unsigned char character) override
-    {
-        m_events->push_back(std::string("char:") + char(character));
-        return *this;
-    }
-    void flush(bool isError, std::string origin, int line) override
-    {
-        m_events->push_back("flush:" + std::to_string(isError) + ":" + origin + ":" + std::to_string(line));
-    }
-
-private:
-    std::vector<std::string>* m_events;
-};
-
-std::string doubledPercent(std::string const& text)
-{
-    std::string out;
-    for (char c : text) {
-        out += c;
-        if (c == '%')
-            out += '%';
-    }
-    return out;
-}
 
 std::string describeEvents(std::vector<std::string> const& events)
 {
@@ -502,7 +393,7 @@ std::string checkPercentEscaping(std::uint8_t const* data, std::size_t size)
     std::vector<std::string> events;
     DBG_OutManager* manager = DBG_OutManager::instance();
     delete manager->pOutput;
-    manager->pOutput = new EventSink(&events);
+    manager->pOutput = new RecordingSink(&events);
     std::string failure;
     try {
         DBG_Log const log;
@@ -516,13 +407,14 @@ std::string checkPercentEscaping(std::uint8_t const* data, std::size_t size)
         return failure;
 
     std::vector<std::string> const expected{
-        "text:" + doubledPercent(text),
+        "text:" + percentDoubled(text),
         "flush:0:" + origin + ":" + std::to_string(line),
-        "text:" + doubledPercent(text),
+        "text:" + percentDoubled(text),
         "text:(",
         "text:" + detail,
         "text:)",
         "flush:1:" + origin + ":" + std::to_string(line + 1),
+        "destroyed",
     };
     if (events != expected)
         return "forwarded" + describeEvents(events) + ", expected" + describeEvents(expected);

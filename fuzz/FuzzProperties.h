@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "ScratchDir.h"
+
 namespace dbg_fuzz {
 
 // The targets, as named by their corpus directories fuzz/corpus/<name>/.
@@ -27,14 +29,14 @@ std::vector<std::string> const& targetNames();
 class CommandBench {
 public:
     static CommandBench& instance();
-    std::string const& directory() const { return m_directory; }
+    std::string const& directory() const { return m_scratch.path(); }
     void removeStopSocket() const;  // /tmp//dbg<pid>.key, left by "DBG stop"
     void emptyDirectory() const;
 
 private:
     CommandBench();
     ~CommandBench();
-    std::string m_directory;
+    ScratchDir m_scratch;
     std::string m_previousDirectory;
     std::streambuf* m_previousOutput = nullptr;
 };
@@ -51,13 +53,13 @@ std::string checkCommand(std::uint8_t const* data, std::size_t size);
 
 // ---- configuration reader ----------------------------------------------------
 
-// The input becomes the whole of /current/config.rc (the caller has isolated
-// /current); DBG_Version's two values must equal the line model's.
+// The input is the whole configuration file, read from memory by the
+// version reader's line scan; its two values must equal the line model's.
 std::string checkVersion(std::uint8_t const* data, std::size_t size);
 
 // ---- hexadecimal dump ----------------------------------------------------------
 
-// Length 3n + floor(n/8) and the exact text of a row-by-row model.
+// Length 3n + floor(n/8) and the exact text of the reference model.
 std::string checkHexaDump(std::uint8_t const* data, std::size_t size);
 
 // ---- percent escaping --------------------------------------------------------

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Provide the target (powerpc-linux-gnu, 32-bit big-endian) dependencies for
-# the cross build on a Debian 12 (bookworm) host, as root:
+# the cross build on a Debian 12 (bookworm) host (system changes as root, or
+# through sudo for a normal user):
 #
 #   * Debian packages: cross g++, qemu-user, dpkg-dev, make, cmake, googletest
 #   * Tcl 8.6 built for the target from Debian's tcl8.6 source package
@@ -42,6 +43,8 @@ GTEST_RECIPE=1
 
 log() { printf 'ppc-deps: %s\n' "$*"; }
 die() { printf 'ppc-deps: error: %s\n' "$*"; exit 1; }
+
+. "$SCRIPT_DIR/as-root.sh"
 
 [ -f "$TOOLCHAIN_FILE" ] || die "toolchain file not found: $TOOLCHAIN_FILE"
 
@@ -87,7 +90,7 @@ APT_UPDATED=0
 apt_update() {
   if [ "$APT_UPDATED" = 0 ]; then
     log "apt-get update"
-    run_logged apt-get-update apt-get update
+    run_logged apt-get-update as_root apt-get update
     APT_UPDATED=1
   fi
 }
@@ -105,11 +108,11 @@ ensure_packages() {
     missing+=(qemu-user)
   fi
   if [ ${#missing[@]} -gt 0 ]; then
-    [ "$(id -u)" = 0 ] || die "need root to install: ${missing[*]}"
+    can_act_as_root "install the Debian packages ${missing[*]}" || die "missing packages: ${missing[*]}"
     apt_update
     log "apt-get install ${missing[*]}"
     run_logged apt-get-install \
-      apt-get install -y --no-install-recommends "${missing[@]}"
+      as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"
   fi
 }
 
@@ -136,20 +139,20 @@ has_deb_src_entries() {
 ensure_deb_src() {
   have_tcl_source_index && return 0
   if ! has_deb_src_entries; then
-    [ "$(id -u)" = 0 ] || die "need root to add deb-src entries"
+    can_act_as_root "add deb-src entries under /etc/apt/sources.list.d" || die "no deb-src entries for tcl8.6"
     local d822=/etc/apt/sources.list.d/debian.sources
     if [ -f "$d822" ] && grep -Eiq '^Types:.*\bdeb\b' "$d822"; then
       log "adding deb-src entries mirroring $d822 -> $DEB_SRC_FILE_BASE.sources"
       # Same stanzas (URIs, Suites, Components, Signed-By), source type only.
-      sed -E 's/^Types:.*$/Types: deb-src/I' "$d822" >"$DEB_SRC_FILE_BASE.sources"
+      sed -E 's/^Types:.*$/Types: deb-src/I' "$d822" | as_root tee "$DEB_SRC_FILE_BASE.sources" >/dev/null
     elif [ -f /etc/apt/sources.list ] &&
          grep -Eq '^[[:space:]]*deb[[:space:]]' /etc/apt/sources.list; then
       log "adding deb-src entries mirroring /etc/apt/sources.list -> $DEB_SRC_FILE_BASE.list"
       grep -E '^[[:space:]]*deb[[:space:]]' /etc/apt/sources.list |
-        sed -E 's/^[[:space:]]*deb[[:space:]]/deb-src /' >"$DEB_SRC_FILE_BASE.list"
+        sed -E 's/^[[:space:]]*deb[[:space:]]/deb-src /' | as_root tee "$DEB_SRC_FILE_BASE.list" >/dev/null
     else
       log "no Debian apt source found; adding deb-src for deb.debian.org bookworm"
-      cat >"$DEB_SRC_FILE_BASE.sources" <<'EOF'
+      as_root tee "$DEB_SRC_FILE_BASE.sources" >/dev/null <<'EOF'
 Types: deb-src
 URIs: http://deb.debian.org/debian
 Suites: bookworm bookworm-updates

@@ -44,15 +44,6 @@ bool sigtermStaysAway()
     return sigtermCount == 0;
 }
 
-std::vector<imc_standin::Call> callsOf(imc_standin::Operation operation)
-{
-    std::vector<imc_standin::Call> found;
-    for (auto const& call : imc_standin::calls())
-        if (call.operation == operation)
-            found.push_back(call);
-    return found;
-}
-
 // Records the console flag the manager holds whenever a line arrives.
 class FlagProbe : public IMC_CommandObserver {
 public:
@@ -80,6 +71,8 @@ protected:
         m_savedStdin = fcntl(0, F_DUPFD_CLOEXEC, 3);  // -1: the runner gave no stdin
         m_writeEnd = stdinPipe();
         ASSERT_NE(m_writeEnd, -1);
+        if (testsBefore++ > 0)
+            giveTclAStandardInput();
     }
 
     void TearDown() override
@@ -109,6 +102,18 @@ protected:
         return ends[1];
     }
 
+    // A console closes Tcl's standard input channel when it goes, and Tcl
+    // never makes another: a test after it in the same process gets a new
+    // one on the new fd 0. The first test leaves it to Tcl.
+    static void giveTclAStandardInput()
+    {
+        if (Tcl_GetStdChannel(TCL_STDIN))
+            return;
+        Tcl_Channel const channel = Tcl_MakeFileChannel(reinterpret_cast<ClientData>(0), TCL_READABLE);
+        ASSERT_NE(channel, nullptr);
+        Tcl_SetStdChannel(channel, TCL_STDIN);
+    }
+
     void writeStdin(std::string const& bytes)
     {
         ASSERT_EQ(write(m_writeEnd, bytes.data(), bytes.size()), ssize_t(bytes.size()));
@@ -129,6 +134,7 @@ protected:
     }
 
 private:
+    static inline int testsBefore = 0;
     struct sigaction m_previousAction = {};
     int m_savedStdin = -1;
     int m_writeEnd = -1;
@@ -197,6 +203,10 @@ TEST_F(Console, ConsoleAfterDesinstanceReadsTheStandardInputTheHostGivesAgain)
 TEST_F(Console, WithoutStandardInputTheBannerStillComes)
 {
     close(0);
+    // A channel given by the fixture, after a test before this one in the
+    // same process, goes too: Tcl would have made none.
+    if (Tcl_Channel const given = Tcl_GetStdChannel(TCL_STDIN))
+        Tcl_Close(nullptr, given);
     CoutCapture out;
     DBG_InManager* const in = DBG_InManager::instance();
     ASSERT_NE(in, nullptr);

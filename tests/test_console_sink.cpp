@@ -26,23 +26,6 @@ protected:
     }
 };
 
-// Independent model of the dump: " %02X" per byte, a line feed after every
-// 16th byte, one more blank after every other 8th.
-std::string modelDump(std::vector<unsigned char> const& bytes)
-{
-    std::string dump;
-    for (std::size_t i = 1; i <= bytes.size(); ++i) {
-        char group[8];
-        std::snprintf(group, sizeof group, " %02X", static_cast<unsigned>(bytes[i - 1]));
-        dump += group;
-        if (i % 16 == 0)
-            dump += '\n';
-        else if (i % 8 == 0)
-            dump += ' ';
-    }
-    return dump;
-}
-
 std::vector<unsigned char> countingBytes(std::size_t count, unsigned first = 0)
 {
     std::vector<unsigned char> bytes;
@@ -254,7 +237,7 @@ TEST(HexaDumpFormat, LengthsUpToSeventyFollowTheFormulaAndTheModel)
         std::vector<unsigned char> const bytes = countingBytes(n, 0x9C);
         std::string const dump = DBG_Output::hexaDump(n == 0 ? nullptr : bytes.data(), n);
         EXPECT_EQ(dump.size(), 3u * n + n / 8) << "length " << n;
-        EXPECT_EQ(dump, modelDump(bytes)) << "length " << n;
+        EXPECT_EQ(dump, hexDumpModel(bytes.data(), bytes.size())) << "length " << n;
         if (n == 0)
             continue;
         if (n % 16 == 0) {
@@ -272,7 +255,7 @@ TEST(HexaDumpFormat, EveryByteValueInUpperCase)
 {
     std::vector<unsigned char> const bytes = countingBytes(256);
     std::string const dump = dumpOf(bytes);
-    EXPECT_EQ(dump, modelDump(bytes));
+    EXPECT_EQ(dump, hexDumpModel(bytes.data(), bytes.size()));
     EXPECT_EQ(dump.size(), 3u * 256 + 256 / 8);
     EXPECT_EQ(dump.find_first_of("abcdef"), std::string::npos);
     EXPECT_EQ(dump.substr(16 * 15 * 3 + 15 * 2),

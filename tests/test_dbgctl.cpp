@@ -32,19 +32,6 @@ namespace {
 
 constexpr uid_t nobody = 65534;
 
-// <build>/tools/<name>, beside <build>/tests/test_dbgctl.
-std::string toolPath(char const* name)
-{
-    char self[PATH_MAX];
-    ssize_t const length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length <= 0)
-        return "";
-    std::string path(self, std::size_t(length));
-    path.erase(path.rfind('/'));
-    path.erase(path.rfind('/'));
-    return path + "/tools/" + name;
-}
-
 // What dbgctl wrote on its terminal, with the terminal's CR LF undone.
 std::string fromTerminal(std::string text)
 {
@@ -184,83 +171,44 @@ protected:
         return outcome;
     }
 
-    // dbgctl as uid and gid 65534. With `overrideDirectories` it keeps
-    // CAP_DAC_OVERRIDE, as a tool started by root with that capability
-    // would: it reaches the socket through the private directory, and only
-    // the gateway's check of its peer's credentials stands in its way.
+    // dbgctl as uid and gid 65534, its standard error joined to its output.
+    // With `overrideDirectories` it keeps CAP_DAC_OVERRIDE, as a tool
+    // started by root with that capability would: it reaches the socket
+    // through the private directory, and only the gateway's check of its
+    // peer's credentials stands in its way. The program runs from a copy
+    // that user can reach wherever the build tree lives (it loads only
+    // system libraries).
     Outcome dbgctlAsNobody(std::vector<std::string> const& args, bool overrideDirectories)
     {
-        std::vector<std::string> words;
-        if (char const* emulator = getenv("DBG_TEST_EMULATOR")) {
-            std::istringstream split(emulator);
-            for (std::string word; split >> word;)
-                words.push_back(word);
-        }
-        words.push_back(toolPath("dbgctl"));
-        words.insert(words.end(), args.begin(), args.end());
-        std::vector<std::string> variables;
-        for (char** entry = environ; *entry; ++entry) {
-            std::string const variable = *entry;
-            if (variable.compare(0, 7, "LC_ALL=") != 0 && variable.compare(0, 16, "XDG_RUNTIME_DIR=") != 0)
-                variables.push_back(variable);
-        }
-        variables.insert(variables.end(), environment.begin(), environment.end());
-        std::vector<char*> argv;
-        for (auto& word : words)
-            argv.push_back(&word[0]);
-        argv.push_back(nullptr);
-        std::vector<char*> envp;
-        for (auto& variable : variables)
-            envp.push_back(&variable[0]);
-        envp.push_back(nullptr);
-
         Outcome outcome;
-        int output[2];
-        if (pipe2(output, O_CLOEXEC) != 0) {
-            ADD_FAILURE() << "pipe: " << strerror(errno);
-            return outcome;
-        }
-        pid_t const pid = fork();
-        if (pid == 0) {
-            // Only async-signal-safe calls from here to exec.
-            dup2(output[1], 1);
-            dup2(output[1], 2);
-            if (overrideDirectories && prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) != 0)
-                _exit(120);
-            if (setgroups(0, nullptr) != 0 || setresgid(nobody, nobody, nobody) != 0 ||
-                setresuid(nobody, nobody, nobody) != 0)
-                _exit(121);
-            if (overrideDirectories) {
-                __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-                __user_cap_data_struct data[2] = {};
-                data[0].effective = data[0].permitted = data[0].inheritable = 1u << CAP_DAC_OVERRIDE;
-                if (syscall(SYS_capset, &header, data) != 0)
-                    _exit(122);
-                if (prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_DAC_OVERRIDE, 0, 0) != 0)
-                    _exit(123);
-            }
-            execve(argv[0], argv.data(), envp.data());
-            _exit(127);
-        }
-        close(output[1]);
-        if (pid == -1) {
-            close(output[0]);
-            ADD_FAILURE() << "fork: " << strerror(errno);
-            return outcome;
-        }
-        outcome.output = readUntilClosed(output[0], 15000);
-        close(output[0]);
-        int status = 0;
-        for (int waited = 0; waitpid(pid, &status, WNOHANG) == 0; waited += 10) {
-            if (waited > 15000) {
-                kill(pid, SIGKILL);
-                waitpid(pid, &status, 0);
-                ADD_FAILURE() << "dbgctl as nobody did not end";
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
+        std::string const program = runtime->file("dbgctl");
+        EXPECT_EQ(copyProgram(toolPath("dbgctl"), program), "");
+        ChildProcess client;
+        std::string const started = client.start(
+            program, args, ChildProcess::Terminal::Pipe, environment, [overrideDirectories] {
+                if (dup2(1, 2) == -1)
+                    return 119;
+                if (overrideDirectories && prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) != 0)
+                    return 120;
+                if (setgroups(0, nullptr) != 0 || setresgid(nobody, nobody, nobody) != 0 ||
+                    setresuid(nobody, nobody, nobody) != 0)
+                    return 121;
+                if (overrideDirectories) {
+                    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+                    __user_cap_data_struct data[2] = {};
+                    data[0].effective = data[0].permitted = data[0].inheritable = 1u << CAP_DAC_OVERRIDE;
+                    if (syscall(SYS_capset, &header, data) != 0)
+                        return 122;
+                    if (prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_DAC_OVERRIDE, 0, 0) != 0)
+                        return 123;
+                }
+                return 0;
+            });
+        EXPECT_EQ(started, "");
+        client.closeInput();
+        outcome.output = client.readToEnd(15000);
+        EXPECT_TRUE(client.waitExit(outcome.status, 15000)) << "dbgctl as nobody did not end";
+        outcome.status = WIFEXITED(outcome.status) ? WEXITSTATUS(outcome.status) : 1000 + outcome.status;
         return outcome;
     }
 
@@ -386,6 +334,8 @@ TEST_F(Dbgctl, LoosenedDirectoryIsMadePrivateAgain)
 
 TEST_F(Dbgctl, AnotherUsersDirectoryIsNotUsed)
 {
+    if (geteuid() != 0)
+        DBG_SKIP_TEST("needs root: it acts as another user (uid 65534)");
     ASSERT_EQ(mkdir(socketDirectory.c_str(), 0700), 0);
     ASSERT_EQ(chown(socketDirectory.c_str(), nobody, nobody), 0);
     gateways.push_back(std::make_unique<ChildProcess>());
@@ -462,6 +412,8 @@ TEST_F(Dbgctl, SaysSoWhenNoGatewayAnswers)
 
 TEST_F(Dbgctl, AnotherUserCannotReachThePrivateDirectory)
 {
+    if (geteuid() != 0)
+        DBG_SKIP_TEST("needs root: it acts as another user (uid 65534)");
     ChildProcess& gateway = startGateway();
     std::string const traceFile = runtime->file("kept.trace");
     EXPECT_EQ(dbgctl({"DBG", "out", "file", traceFile}).status, 0);
@@ -476,6 +428,8 @@ TEST_F(Dbgctl, AnotherUserCannotReachThePrivateDirectory)
 
 TEST_F(Dbgctl, AnotherUsersConnectionIsRefusedOnItsCredentials)
 {
+    if (geteuid() != 0)
+        DBG_SKIP_TEST("needs root: it acts as another user (uid 65534)");
     ChildProcess& gateway = startGateway();
     std::string const traceFile = runtime->file("kept.trace");
     EXPECT_EQ(dbgctl({"DBG", "out", "file", traceFile}).status, 0);

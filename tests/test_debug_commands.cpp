@@ -117,13 +117,8 @@ class VersionCommandTest : public CommandTest {
 protected:
     void SetUp() override
     {
-        ASSERT_NO_FATAL_FAILURE(isolation.enter());
+        DBG_ISOLATE_CURRENT(isolation);
         CommandTest::SetUp();
-    }
-    void TearDown() override
-    {
-        isolation.leave();
-        CommandTest::TearDown();
     }
 
     CurrentConfigIsolation isolation;

@@ -1,12 +1,7 @@
 // The demo gateway host end to end: started as a program, driven through a
 // pipe or a pseudo-terminal the way an operator drives the console.
-#include <fcntl.h>
 #include <limits.h>
-#include <sched.h>
 #include <signal.h>
-#include <sys/file.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <memory>
@@ -19,30 +14,6 @@
 #include "TestSupport.h"
 
 namespace {
-
-// The host lives beside the tests: <build>/tests/test_gateway and
-// <build>/tools/dbg-gateway.
-std::string gatewayPath()
-{
-    char self[PATH_MAX];
-    ssize_t const length = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (length <= 0)
-        return "";
-    std::string path(self, std::size_t(length));
-    path.erase(path.rfind('/'));  // <build>/tests
-    path.erase(path.rfind('/'));  // <build>
-    return path + "/tools/dbg-gateway";
-}
-
-std::string keyFile(pid_t pid)
-{
-    return "/tmp//" + std::to_string(pid) + ".key";
-}
-
-std::string stopKeyFile(pid_t pid)
-{
-    return "/tmp//dbg" + std::to_string(pid) + ".key";
-}
 
 // What a terminal shows for program output: every line end as CR LF.
 std::string onTerminal(std::string const& text)
@@ -124,58 +95,6 @@ bool takeImcTrace(std::string& text, unsigned long& step)
     return true;
 }
 
-// A scratch directory whose path holds neither "std" nor "imc": either word
-// anywhere in "DBG out file <path>" would select another sink.
-std::unique_ptr<ScratchDir> plainScratchDir()
-{
-    for (;;) {
-        auto scratch = std::make_unique<ScratchDir>();
-        if (scratch->path().find("std") == std::string::npos && scratch->path().find("imc") == std::string::npos)
-            return scratch;
-    }
-}
-
-// A mount namespace of the test's own with a private, empty tmpfs on
-// /current, which the host inherits. Tests holding one take turns (a lock
-// on "/"), since /current may have to be made on the shared file system.
-class IsolatedCurrent {
-public:
-    // "" on success, or why isolation is impossible.
-    std::string setUp()
-    {
-        m_lock = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        if (m_lock == -1 || flock(m_lock, LOCK_EX) != 0)
-            return "cannot lock /: " + std::string(strerror(errno));
-        if (unshare(CLONE_NEWNS) != 0)
-            return "unshare(CLONE_NEWNS): " + std::string(strerror(errno));
-        if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-            return "making / private: " + std::string(strerror(errno));
-        if (mkdir("/current", 0755) == 0)
-            m_created = true;
-        else if (errno != EEXIST)
-            return "mkdir /current: " + std::string(strerror(errno));
-        if (mount("tmpfs", "/current", "tmpfs", 0, "size=1m,mode=0755") != 0)
-            return "tmpfs on /current: " + std::string(strerror(errno));
-        m_mounted = true;
-        return "";
-    }
-
-    ~IsolatedCurrent()
-    {
-        if (m_mounted)
-            umount2("/current", MNT_DETACH);
-        if (m_created)
-            rmdir("/current");
-        if (m_lock != -1)
-            close(m_lock);
-    }
-
-private:
-    int m_lock = -1;
-    bool m_created = false;
-    bool m_mounted = false;
-};
-
 class Gateway : public ::testing::Test {
 protected:
     void SetUp() override { signal(SIGPIPE, SIG_IGN); }
@@ -191,13 +110,18 @@ protected:
     void start(std::vector<std::string> const& args = {"--traffic", "0"},
                ChildProcess::Terminal terminal = ChildProcess::Terminal::Pipe)
     {
-        // A fixed locale: Tcl converts console bytes by it.
-        ASSERT_EQ(child.start(gatewayPath(), args, terminal, {"LC_ALL=C"}), "");
+        // A fixed locale: Tcl converts console bytes by it. The command
+        // socket goes into a scratch directory, so a host the test has to
+        // kill leaves nothing behind.
+        ASSERT_EQ(child.start(toolPath("dbg-gateway"), args, terminal,
+                              {"LC_ALL=C", "XDG_RUNTIME_DIR=" + runtime.path()}),
+                  "");
         bool const onPty = terminal == ChildProcess::Terminal::Pty;
         std::string const expected = onPty ? onTerminal(expectedBanner) : expectedBanner;
         ASSERT_EQ(child.read(expected.size()), expected);
         pid = child.pid();
-        ASSERT_TRUE(fileExists(keyFile(pid))) << "no shutdown listener at " << keyFile(pid);
+        ASSERT_TRUE(fileExists(ShutdownSocketPaths::listenerPath(pid)))
+            << "no shutdown listener at " << ShutdownSocketPaths::listenerPath(pid);
     }
 
     // Types a line and expects exactly `answer` back.
@@ -216,10 +140,11 @@ protected:
         EXPECT_TRUE(WIFEXITED(status)) << "status " << status;
         EXPECT_EQ(WEXITSTATUS(status), 0);
         EXPECT_EQ(child.readToEnd(), rest);
-        EXPECT_FALSE(fileExists(keyFile(pid)));
-        EXPECT_FALSE(fileExists(stopKeyFile(pid)));
+        EXPECT_FALSE(fileExists(ShutdownSocketPaths::listenerPath(pid)));
+        EXPECT_FALSE(fileExists(ShutdownSocketPaths::ownPath(pid)));
     }
 
+    ScratchDir runtime;
     ChildProcess child;
     pid_t pid = -1;
 };
@@ -351,9 +276,8 @@ TEST_F(Gateway, TrafficShowsAsImcTracesAfterDbgOutImc)
 
 TEST_F(Gateway, VersionAndReadFollowTheConfigurationFile)
 {
-    IsolatedCurrent current;
-    std::string const isolation = current.setUp();
-    ASSERT_EQ(isolation, "") << "cannot isolate /current";
+    CurrentConfigIsolation isolation;
+    DBG_ISOLATE_CURRENT(isolation);
     start();
     ask("DBG version", "Version is unknown\n>");
     ask("DBG read", "configuration read: version unknown\nRead configuration\n>");
@@ -421,8 +345,8 @@ TEST_P(GatewaySignal, EndsItQuietly)
     std::string const seen = rest;
     takeTraces(rest, step);
     EXPECT_EQ(rest, "") << seen;
-    EXPECT_FALSE(fileExists(keyFile(pid)));
-    EXPECT_FALSE(fileExists(stopKeyFile(pid)));
+    EXPECT_FALSE(fileExists(ShutdownSocketPaths::listenerPath(pid)));
+    EXPECT_FALSE(fileExists(ShutdownSocketPaths::ownPath(pid)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, GatewaySignal, ::testing::Values(SIGTERM, SIGINT));
@@ -483,7 +407,7 @@ TEST_F(Gateway, WithoutTheImcManagerTrafficStillReachesTheConsole)
 
 TEST_F(Gateway, HelpOptionAndBadOptions)
 {
-    ASSERT_EQ(child.start(gatewayPath(), {"--help"}, ChildProcess::Terminal::Pipe), "");
+    ASSERT_EQ(child.start(toolPath("dbg-gateway"), {"--help"}, ChildProcess::Terminal::Pipe), "");
     std::string const usage = child.readToEnd();
     EXPECT_EQ(usage.compare(0, 7, "usage: "), 0) << usage;
     EXPECT_NE(usage.find("--traffic MS"), std::string::npos) << usage;
@@ -494,7 +418,7 @@ TEST_F(Gateway, HelpOptionAndBadOptions)
     for (auto const& args : std::vector<std::vector<std::string>>{{"--traffic"}, {"--traffic", "-1"},
                                                                    {"--traffic", "5x"}, {"--bogus"}}) {
         ChildProcess bad;
-        ASSERT_EQ(bad.start(gatewayPath(), args, ChildProcess::Terminal::Pipe), "");
+        ASSERT_EQ(bad.start(toolPath("dbg-gateway"), args, ChildProcess::Terminal::Pipe), "");
         EXPECT_EQ(bad.readToEnd(), "") << args[0];
         ASSERT_TRUE(bad.waitExit(status));
         EXPECT_TRUE(WIFEXITED(status));

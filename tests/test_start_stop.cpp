@@ -82,9 +82,8 @@ protected:
 class StopTest : public StartTest {
 protected:
     ShutdownSocketPaths paths;
-    std::string const pid = std::to_string(getpid());
-    std::string const ownPath = "/tmp//dbg" + pid + ".key";
-    std::string const listenerPath = "/tmp//" + pid + ".key";
+    std::string const ownPath = ShutdownSocketPaths::ownPath();
+    std::string const listenerPath = ShutdownSocketPaths::listenerPath();
 };
 
 }  // namespace
@@ -243,7 +242,7 @@ TEST_F(StopTest, SendsOneQFromItsOwnAddressToTheGateway)
     EXPECT_EQ(data, "q");
     EXPECT_EQ(sender, ownPath);
     EXPECT_FALSE(listener.receive(&data, &sender));
-    EXPECT_TRUE(isSocket("/tmp/dbg" + pid + ".key"));  // left behind
+    EXPECT_TRUE(isSocket(ownPath));  // left behind
     EXPECT_TRUE(operations().empty());
 }
 
@@ -320,7 +319,7 @@ TEST_F(StopTest, NoDescriptorLeftReportsTheSocketFailure)
 
 TEST_F(StopTest, PathInTheWayReportsTheBindFailure)
 {
-    writeFile("/tmp/dbg" + pid + ".key", "");
+    writeFile(ownPath, "");
     DatagramListener listener(listenerPath);
     ASSERT_NE(listener.fd(), -1);
     CoutCapture capture;

@@ -6,6 +6,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -14,12 +15,33 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 extern char** environ;
+
+// <build>, for a test program at <build>/tests/<program>. Read when the
+// program starts: once a test has entered a private view of the file system
+// from inside a chroot, the kernel names the program by its path outside.
+inline std::string const buildDirectory = [] {
+    char self[PATH_MAX];
+    ssize_t const length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length <= 0)
+        return std::string();
+    std::string path(self, std::size_t(length));
+    path.erase(path.rfind('/'));  // <build>/tests
+    path.erase(path.rfind('/'));  // <build>
+    return path;
+}();
+
+// <build>/tools/<name>.
+inline std::string toolPath(char const* name)
+{
+    return buildDirectory + "/tools/" + name;
+}
 
 class ChildProcess {
 public:
@@ -30,10 +52,15 @@ public:
     ChildProcess& operator=(ChildProcess const&) = delete;
     ~ChildProcess() { killAndReap(); }
 
+    // A step the child takes between fork and exec, after its standard
+    // input and output are in place: only async-signal-safe calls. A
+    // non-zero result ends the child with that status instead of the exec.
+    using BeforeExec = std::function<int()>;
+
     // Starts path with args; environment variables in `setEnv` ("NAME=value")
     // replace those of the same name. Returns "" or what went wrong.
     std::string start(std::string const& path, std::vector<std::string> const& args, Terminal terminal,
-                      std::vector<std::string> const& setEnv = {})
+                      std::vector<std::string> const& setEnv = {}, BeforeExec const& beforeExec = nullptr)
     {
         if (access(path.c_str(), X_OK) != 0)
             return "not executable: " + path;
@@ -118,6 +145,9 @@ public:
                     close(slave);
             }
             ::signal(SIGPIPE, SIG_DFL);
+            if (beforeExec)
+                if (int const status = beforeExec())
+                    _exit(status);
             execve(argv[0], argv.data(), envp.data());
             _exit(127);
         }

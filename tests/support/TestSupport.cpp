@@ -1,12 +1,7 @@
 #include "TestSupport.h"
 
-#include <fcntl.h>
 #include <dirent.h>
-#include <ftw.h>
-#include <sched.h>
 #include <stdlib.h>
-#include <sys/file.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -39,27 +34,6 @@ std::string CoutCapture::text() const
     return m_captured.str();
 }
 
-ScratchDir::ScratchDir()
-{
-    char const* base = getenv("TMPDIR");
-    std::string pattern = std::string(base && *base ? base : "/tmp") + "/dbg-test-XXXXXX";
-    if (!mkdtemp(&pattern[0]))
-        throw std::runtime_error("cannot create a scratch directory " + pattern);
-    m_path = pattern;
-}
-
-namespace {
-int removeEntry(char const* path, struct stat const*, int, struct FTW*)
-{
-    return remove(path);
-}
-}  // namespace
-
-ScratchDir::~ScratchDir()
-{
-    nftw(m_path.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS);
-}
-
 std::string readFile(std::string const& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -78,34 +52,6 @@ bool fileExists(std::string const& path)
 {
     struct stat status;
     return lstat(path.c_str(), &status) == 0;
-}
-
-RecordingSink::~RecordingSink()
-{
-    m_events->push_back("destroyed");
-}
-
-DBG_Output& RecordingSink::operator<<(std::string const& text)
-{
-    m_events->push_back("text:" + text);
-    return *this;
-}
-
-DBG_Output& RecordingSink::operator<<(int number)
-{
-    m_events->push_back("int:" + std::to_string(number));
-    return *this;
-}
-
-DBG_Output& RecordingSink::operator<<(unsigned char character)
-{
-    m_events->push_back(std::string("char:") + char(character));
-    return *this;
-}
-
-void RecordingSink::flush(bool isError, std::string origin, int line)
-{
-    m_events->push_back("flush:" + std::to_string(isError) + ":" + origin + ":" + std::to_string(line));
 }
 
 ImcSession::ImcSession(unsigned char identifier)
@@ -135,98 +81,7 @@ std::string failure(std::string const& step, int error)
     return step + " failed: " + std::strerror(error) + " (errno " + std::to_string(error) + ")";
 }
 
-char const privilegeHint[] = "; these tests must run as root with CAP_SYS_ADMIN";
-
 }  // namespace
-
-char const CurrentConfigIsolation::directory[] = "/current";
-char const CurrentConfigIsolation::configFile[] = "/current/config.rc";
-
-CurrentConfigIsolation::~CurrentConfigIsolation()
-{
-    leave();
-}
-
-void CurrentConfigIsolation::enter()
-{
-    ASSERT_EQ(m_lock, -1) << "CurrentConfigIsolation entered twice";
-    m_lock = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    int error = errno;
-    ASSERT_NE(m_lock, -1) << failure("open(\"/\")", error);
-    int result = flock(m_lock, LOCK_EX);
-    error = errno;
-    ASSERT_EQ(result, 0) << failure("flock(\"/\", LOCK_EX)", error);
-    result = unshare(CLONE_NEWNS);
-    error = errno;
-    ASSERT_EQ(result, 0) << failure("unshare(CLONE_NEWNS)", error) << privilegeHint;
-    result = mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
-    error = errno;
-    ASSERT_EQ(result, 0) << failure("making / recursively private", error) << privilegeHint;
-    result = mkdir(directory, 0755);
-    error = errno;
-    if (result == 0) {
-        m_createdDirectory = true;
-    } else {
-        ASSERT_EQ(error, EEXIST) << failure("mkdir(/current)", error) << privilegeHint;
-        struct stat status;
-        result = stat(directory, &status);
-        error = errno;
-        ASSERT_EQ(result, 0) << failure("stat(/current)", error);
-        ASSERT_TRUE(S_ISDIR(status.st_mode)) << "/current exists and is not a directory";
-    }
-    result = mount("dbg-test", directory, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755");
-    error = errno;
-    ASSERT_EQ(result, 0) << failure("mounting a tmpfs on /current", error) << privilegeHint;
-    m_mounted = true;
-}
-
-void CurrentConfigIsolation::leave()
-{
-    if (m_mounted) {
-        int const result = umount2(directory, 0);
-        int const error = errno;
-        EXPECT_EQ(result, 0) << failure("umount(/current)", error);
-        m_mounted = false;
-    }
-    if (m_createdDirectory) {
-        int const result = rmdir(directory);
-        int const error = errno;
-        EXPECT_EQ(result, 0) << failure("rmdir(/current)", error);
-        m_createdDirectory = false;
-    }
-    if (m_lock != -1) {
-        close(m_lock);  // releases the lock
-        m_lock = -1;
-    }
-}
-
-ShutdownSocketPaths::ShutdownSocketPaths()
-{
-    unlink(ownPath().c_str());
-    unlink(listenerPath().c_str());
-}
-
-ShutdownSocketPaths::~ShutdownSocketPaths()
-{
-    unlink(ownPath().c_str());
-    unlink(listenerPath().c_str());
-}
-
-void ShutdownSocketPaths::removeFor(pid_t pid)
-{
-    unlink(("/tmp//dbg" + std::to_string(pid) + ".key").c_str());
-    unlink(("/tmp//" + std::to_string(pid) + ".key").c_str());
-}
-
-std::string ShutdownSocketPaths::ownPath()
-{
-    return "/tmp//dbg" + std::to_string(getpid()) + ".key";
-}
-
-std::string ShutdownSocketPaths::listenerPath()
-{
-    return "/tmp//" + std::to_string(getpid()) + ".key";
-}
 
 DatagramListener::DatagramListener(std::string const& path)
 {
@@ -276,23 +131,6 @@ bool DatagramListener::receive(std::string* data, std::string* senderPath)
     return true;
 }
 
-std::vector<imc_standin::Call> callsOf(imc_standin::Operation operation)
-{
-    std::vector<imc_standin::Call> found;
-    for (imc_standin::Call const& call : imc_standin::calls())
-        if (call.operation == operation)
-            found.push_back(call);
-    return found;
-}
-
-std::vector<imc_standin::Operation> operations()
-{
-    std::vector<imc_standin::Operation> found;
-    for (imc_standin::Call const& call : imc_standin::calls())
-        found.push_back(call.operation);
-    return found;
-}
-
 std::vector<std::string> entriesOf(std::string const& directory)
 {
     std::vector<std::string> names;
@@ -309,4 +147,13 @@ std::vector<std::string> entriesOf(std::string const& directory)
     closedir(dir);
     std::sort(names.begin(), names.end());
     return names;
+}
+
+void skipOrFail(std::string const& reason)
+{
+    char const* const noSkip = getenv("DBG_TEST_NO_SKIP");
+    if (noSkip && *noSkip)
+        ADD_FAILURE() << "DBG_TEST_NO_SKIP is set, so this test may not skip: " << reason;
+    else
+        GTEST_SKIP() << reason;
 }

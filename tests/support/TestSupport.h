@@ -1,4 +1,5 @@
-// Shared helpers of the test programs.
+// The GoogleTest layer of the test helpers: assertions on files and
+// sockets, the IMC session, and the one way a test skips.
 #ifndef DBG_TEST_SUPPORT_H
 #define DBG_TEST_SUPPORT_H
 
@@ -9,9 +10,14 @@
 #include <string>
 #include <vector>
 
-#include "DBG_Output.h"
+#include "CurrentConfigIsolation.h"
 #include "ExpectedTexts.h"
+#include "ImcCalls.h"
 #include "ImcProbe.h"
+#include "RecordingSink.h"
+#include "ReferenceModels.h"
+#include "ScratchDir.h"
+#include "ShutdownSocketPaths.h"
 
 // Collects everything written to std::cout while it lives.
 class CoutCapture {
@@ -25,39 +31,10 @@ private:
     std::streambuf* m_previous;
 };
 
-// A private directory below $TMPDIR (or /tmp), removed with all it holds.
-class ScratchDir {
-public:
-    ScratchDir();
-    ~ScratchDir();
-    std::string const& path() const { return m_path; }
-    std::string file(std::string const& name) const { return m_path + "/" + name; }
-
-private:
-    std::string m_path;
-};
-
 // The whole content of a file, byte for byte; fails the test if unreadable.
 std::string readFile(std::string const& path);
 void writeFile(std::string const& path, std::string const& content);
 bool fileExists(std::string const& path);
-
-// A sink that records every call made on it, one event per call, for
-// checking what the output manager and the logger forward:
-// "text:<bytes>", "int:<n>", "char:<c>", "flush:<0|1>:<origin>:<line>".
-class RecordingSink : public DBG_Output {
-public:
-    explicit RecordingSink(std::vector<std::string>* events) : m_events(events) {}
-    ~RecordingSink() override;
-    operator std::string const() const override { return "recording"; }
-    DBG_Output& operator<<(std::string const& text) override;
-    DBG_Output& operator<<(int number) override;
-    DBG_Output& operator<<(unsigned char character) override;
-    void flush(bool isError, std::string origin, int line) override;
-
-private:
-    std::vector<std::string>* m_events;
-};
 
 // Starts the IMC stand-in with call recording on and traces discarded; at
 // the end destroys the output manager and stops the stand-in.
@@ -65,50 +42,6 @@ class ImcSession {
 public:
     explicit ImcSession(unsigned char identifier = 0x5A);
     ~ImcSession();
-};
-
-// Gives this process its own view of /current: a private mount namespace in
-// which a fresh, empty tmpfs is mounted on /current, so the fixed
-// configuration file /current/config.rc can be written and removed freely.
-// /current is created when missing and removed again by leave(). Processes
-// that use this class take turns (a lock on "/" held from enter() to
-// leave()), so one never removes the directory another still mounts on.
-// Needs root (CAP_SYS_ADMIN); any failing step is a fatal test failure that
-// names the step and the reason.
-class CurrentConfigIsolation {
-public:
-    static char const directory[];   // "/current"
-    static char const configFile[];  // "/current/config.rc"
-
-    CurrentConfigIsolation() = default;
-    ~CurrentConfigIsolation();
-    CurrentConfigIsolation(CurrentConfigIsolation const&) = delete;
-    CurrentConfigIsolation& operator=(CurrentConfigIsolation const&) = delete;
-
-    void enter();  // use with ASSERT_NO_FATAL_FAILURE
-    void leave();  // idempotent
-
-private:
-    int m_lock = -1;
-    bool m_createdDirectory = false;
-    bool m_mounted = false;
-};
-
-// The two local socket paths of the shutdown request of this process:
-// ownPath() "/tmp//dbg<pid>.key", where the library binds, and
-// listenerPath() "/tmp//<pid>.key", where the gateway listens. Both are
-// removed when the guard is made and again when it goes.
-class ShutdownSocketPaths {
-public:
-    ShutdownSocketPaths();
-    ~ShutdownSocketPaths();
-    ShutdownSocketPaths(ShutdownSocketPaths const&) = delete;
-    ShutdownSocketPaths& operator=(ShutdownSocketPaths const&) = delete;
-
-    static std::string ownPath();
-    static std::string listenerPath();
-    // For a host this test had to kill: it could not remove its own.
-    static void removeFor(pid_t pid);
 };
 
 // A local datagram socket bound at a path (the file is left for the caller
@@ -129,12 +62,24 @@ private:
     int m_fd = -1;
 };
 
-// The recorded IMC calls of one operation, and the operations in order.
-std::vector<imc_standin::Call> callsOf(imc_standin::Operation operation);
-std::vector<imc_standin::Operation> operations();
-
 // Names of the entries of a directory, sorted, "." and ".." left out; a
 // directory that cannot be listed fails the test.
 std::vector<std::string> entriesOf(std::string const& directory);
+
+// Every skip goes through here. With DBG_TEST_NO_SKIP set (CI does), a
+// skip is a failure instead: a run that must cover every test cannot pass
+// with one left out. Use as DBG_SKIP_TEST(reason); it returns.
+void skipOrFail(std::string const& reason);
+#define DBG_SKIP_TEST(reason) return skipOrFail(reason)
+
+// Enters the private /current view of `isolation` (a CurrentConfigIsolation),
+// skips the test when the kernel refuses it, fails it on any other failure.
+#define DBG_ISOLATE_CURRENT(isolation)                                                   \
+    do {                                                                                 \
+        CurrentConfigIsolation::Outcome const dbgOutcome = (isolation).enter();          \
+        if (dbgOutcome == CurrentConfigIsolation::Outcome::Refused)                      \
+            DBG_SKIP_TEST((isolation).reason());                                         \
+        ASSERT_EQ(dbgOutcome, CurrentConfigIsolation::Outcome::Entered) << (isolation).reason(); \
+    } while (false)
 
 #endif

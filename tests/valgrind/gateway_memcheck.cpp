@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <regex>
 #include <string>
 #include <vector>
@@ -19,6 +20,7 @@
 #include <tcl.h>
 
 #include "ChildProcess.h"
+#include "ScratchDir.h"
 
 namespace {
 
@@ -39,21 +41,6 @@ void fail(std::string const& what)
     ++failures;
 }
 
-// A scratch directory whose path holds neither "std" nor "imc", which would
-// change what "DBG out file <path>" selects.
-std::string scratchDirectory()
-{
-    for (;;) {
-        char const* base = getenv("TMPDIR");
-        std::string path = std::string(base && *base ? base : "/tmp") + "/dbg-memcheck-XXXXXX";
-        if (!mkdtemp(&path[0]))
-            return "";
-        if (path.find("std") == std::string::npos && path.find("imc") == std::string::npos)
-            return path;
-        rmdir(path.c_str());
-    }
-}
-
 std::string fileContent(std::string const& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -68,13 +55,9 @@ int main(int argc, char** argv)
         std::cerr << "usage: gateway_memcheck VALGRIND GATEWAY SUPPRESSIONS\n";
         return 2;
     }
-    std::string const scratch = scratchDirectory();
-    if (scratch.empty()) {
-        std::perror("gateway_memcheck: mkdtemp");
-        return 1;
-    }
-    std::string const log = scratch + "/memcheck.log";
-    std::string const traceFile = scratch + "/gw.trace";
+    std::unique_ptr<ScratchDir> const scratch = plainScratchDir();
+    std::string const log = scratch->file("memcheck.log");
+    std::string const traceFile = scratch->file("gw.trace");
 
     struct Step {
         std::string line;
@@ -167,8 +150,5 @@ int main(int argc, char** argv)
                   << expectedBytes << " bytes in " << expectedBlocks << " console records (" << recordSize
                   << " bytes each); " << traces.size() << " bytes of traffic in the trace file\n";
     }
-    unlink(log.c_str());
-    unlink(traceFile.c_str());
-    rmdir(scratch.c_str());
     return failures ? 1 : 0;
 }
