@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -148,6 +149,23 @@ TEST_F(Console, BannerIsSevenBoxLinesAndAPromptLine)
         begin = end + 1;
     }
     EXPECT_EQ(text.substr(begin), ">\n");
+}
+
+// The host may build a console of its own and read the instance pointer.
+TEST_F(Console, EveryMemberIsPublic)
+{
+    static_assert(std::is_default_constructible<DBG_InManager>::value, "public constructor");
+    EXPECT_EQ(DBG_InManager::pInManager, nullptr);
+    {
+        CoutCapture out;
+        DBG_InManager const own;
+        EXPECT_EQ(out.text(), expectedBanner);
+        EXPECT_EQ(DBG_InManager::pInManager, nullptr) << "a console made directly is not the instance";
+    }
+    DBG_InManager* const made = console();
+    EXPECT_EQ(DBG_InManager::pInManager, made);
+    DBG_InManager::desinstance();
+    EXPECT_EQ(DBG_InManager::pInManager, nullptr);
 }
 
 TEST_F(Console, SecondInstanceCallReturnsTheSameConsoleWithoutBanner)
