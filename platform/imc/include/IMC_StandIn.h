@@ -46,6 +46,9 @@ struct Call {
     std::vector<unsigned char> record;  // posted record, byte for byte
 };
 
+// How much of an unknown key the "Unknown command" answer quotes.
+constexpr std::size_t unknownKeyQuoteLimit = 64;
+
 // Host side.
 void start(unsigned char identifier);
 void stop();
