@@ -5,13 +5,16 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -125,6 +128,24 @@ bool takeImcTrace(std::string& text, unsigned long& step)
     text.erase(0, position + rest.size());
     ++step;
     return true;
+}
+
+// Whether the pipe that is a process's standard output fills up to its last
+// page within the time: its writer is then held in a write nobody takes.
+bool outputPipeFills(pid_t pid, int timeoutMs)
+{
+    int const pipe = open(("/proc/" + std::to_string(pid) + "/fd/1").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (pipe == -1)
+        return false;
+    int const capacity = fcntl(pipe, F_GETPIPE_SZ);
+    int queued = 0;
+    for (int waited = 0; waited < timeoutMs; waited += 10) {
+        if (ioctl(pipe, FIONREAD, &queued) != 0 || queued >= capacity - 4096)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    close(pipe);
+    return capacity > 0 && queued >= capacity - 4096;
 }
 
 // A scratch directory whose path holds neither "std" nor "imc": either word
@@ -508,6 +529,53 @@ TEST_F(Gateway, UnknownWordsLeaveItsMemoryFlatButForTheConsolesLineRecords)
         << "resident " << before << " KiB before, " << after << " KiB after " << words << " words";
     ASSERT_TRUE(child.send("exit\n"));
     expectCleanEnd();
+}
+
+// SIGTERM while standard output takes nothing: the host still ends with
+// status 0 and removes its socket files, as on every other stop.
+class GatewayStalledOutput : public Gateway {
+protected:
+    void startStalling(std::vector<std::string> const& args, ChildProcess::Terminal terminal)
+    {
+        // The command socket in a directory of the test's own.
+        start(args, terminal, {"XDG_RUNTIME_DIR=" + runtime.path()});
+        remoteSocket = imc_standin::remoteSocketPathOf(runtime.path() + "/dbg", std::to_string(pid));
+        ASSERT_TRUE(fileExists(remoteSocket));
+    }
+
+    void expectSigtermEndsIt()
+    {
+        child.signal(SIGTERM);
+        int status = -1;
+        ASSERT_TRUE(child.waitExit(status, 10000)) << "still held in its write";
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+        EXPECT_FALSE(fileExists(keyFile(pid)));
+        EXPECT_FALSE(fileExists(stopKeyFile(pid)));
+        EXPECT_FALSE(fileExists(remoteSocket));
+    }
+
+    ScratchDir runtime;
+    std::string remoteSocket;
+};
+
+TEST_F(GatewayStalledOutput, SigtermEndsItWhileNobodyReadsItsPipe)
+{
+    ASSERT_NO_FATAL_FAILURE(startStalling({"--traffic", "0"}, ChildProcess::Terminal::Pipe));
+    // An answer longer than the pipe holds: the host is left in the middle
+    // of writing it.
+    std::string const name(256 * 1024, 'x');
+    ASSERT_TRUE(child.send("DBG out file " + name + "\n", 20000));
+    ASSERT_TRUE(outputPipeFills(pid, 10000));
+    expectSigtermEndsIt();
+}
+
+TEST_F(GatewayStalledOutput, SigtermEndsItWhileNobodyReadsItsTerminal)
+{
+    ASSERT_NO_FATAL_FAILURE(startStalling({"--traffic", "1"}, ChildProcess::Terminal::Pty));
+    // Thousands of traces' time: the terminal is full, the host in the
+    // middle of a line it does not take.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2000));
+    expectSigtermEndsIt();
 }
 
 TEST_F(Gateway, WithoutTheImcManagerEveryLineIsLost)
