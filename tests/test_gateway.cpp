@@ -216,8 +216,11 @@ protected:
                ChildProcess::Terminal terminal = ChildProcess::Terminal::Pipe,
                std::vector<std::string> environment = {})
     {
-        // A fixed locale: Tcl converts console bytes by it.
+        // A fixed locale: Tcl converts console bytes by it. The command
+        // socket goes to a directory of the test's own, gone even when the
+        // host had to be killed.
         environment.push_back("LC_ALL=C");
+        environment.push_back("XDG_RUNTIME_DIR=" + runtime.path());
         ASSERT_EQ(child.start(gatewayPath(), args, terminal, environment), "");
         bool const onPty = terminal == ChildProcess::Terminal::Pty;
         std::string const expected = onPty ? onTerminal(expectedBanner) : expectedBanner;
@@ -264,6 +267,7 @@ protected:
         }
     }
 
+    ScratchDir runtime;
     ChildProcess child;
     pid_t pid = -1;
 };
@@ -537,8 +541,7 @@ class GatewayStalledOutput : public Gateway {
 protected:
     void startStalling(std::vector<std::string> const& args, ChildProcess::Terminal terminal)
     {
-        // The command socket in a directory of the test's own.
-        start(args, terminal, {"XDG_RUNTIME_DIR=" + runtime.path()});
+        start(args, terminal);
         remoteSocket = imc_standin::remoteSocketPathOf(runtime.path() + "/dbg", std::to_string(pid));
         ASSERT_TRUE(fileExists(remoteSocket));
     }
@@ -554,7 +557,6 @@ protected:
         EXPECT_FALSE(fileExists(remoteSocket));
     }
 
-    ScratchDir runtime;
     std::string remoteSocket;
 };
 
