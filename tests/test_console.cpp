@@ -18,6 +18,7 @@
 
 #include "DBG_InManager.h"
 #include "DBG_OutManager.h"
+#include "FlushRecorder.h"
 #include "IMC_StandIn.h"
 #include "TestSupport.h"
 
@@ -317,6 +318,31 @@ TEST_F(Console, WithoutAManagerEveryLineIsLost)
     in->onStdInput("help");
     in->onStdInput("DBG out std");
     EXPECT_EQ(out.text(), "command lost\n>command lost\n>");
+}
+
+// Every banner line and "command lost" end with std::endl: each is on its
+// way to the operator before the next one is written.
+TEST_F(Console, BannerLinesAreFlushedOneByOne)
+{
+    FlushRecorder output;
+    ASSERT_NE(DBG_InManager::instance(), nullptr);
+    std::vector<std::string> lines;
+    std::string const banner = expectedBanner;
+    for (std::size_t begin = 0, end; (end = banner.find('\n', begin)) != std::string::npos; begin = end + 1)
+        lines.push_back(banner.substr(begin, end + 1 - begin));
+    ASSERT_EQ(lines.size(), 8u);
+    EXPECT_EQ(output.flushed(), lines);
+    EXPECT_EQ(output.unflushed(), "");
+}
+
+TEST_F(Console, CommandLostIsFlushedBeforeThePrompt)
+{
+    DBG_InManager* const in = console();
+    ASSERT_EQ(imc_standin::manager(), nullptr);
+    FlushRecorder output;
+    in->onStdInput("help");
+    EXPECT_EQ(output.flushed(), (std::vector<std::string>{"command lost\n", ">"}));
+    EXPECT_EQ(output.unflushed(), "");
 }
 
 TEST_F(Console, NullManagerLosesTheLine)
