@@ -351,12 +351,7 @@ TEST_F(Dbgctl, AnswersAsTheConsoleDoesButOnItsConnection)
 // bounded quote and forgotten, they leave the gateway's memory flat.
 TEST_F(Dbgctl, UnknownWordsLeaveTheGatewaysMemoryFlat)
 {
-#if defined(__powerpc__)
-    int const words = 2000;
-    std::printf("[ NOTE     ] 2000 words instead of 10000 under emulation (qemu-ppc is about 15 times slower)\n");
-#else
-    int const words = 10000;
-#endif
+    int const words = hostileWordCount();
     environment.push_back(unquarantinedAllocator);
     ChildProcess& gateway = startGateway();
     std::string const word = distinctWord(0, imc_standin::remoteLineLimit);

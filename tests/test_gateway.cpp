@@ -514,12 +514,7 @@ TEST_F(Gateway, BadInputLeavesItAnswering)
 // of every line (one Tcl_DString each, kept on purpose).
 TEST_F(Gateway, UnknownWordsLeaveItsMemoryFlatButForTheConsolesLineRecords)
 {
-#if defined(__powerpc__)
-    int const words = 2000;
-    std::printf("[ NOTE     ] 2000 words instead of 10000 under emulation (qemu-ppc is about 15 times slower)\n");
-#else
-    int const words = 10000;
-#endif
+    int const words = hostileWordCount();
     start({"--traffic", "0"}, ChildProcess::Terminal::Pipe, {unquarantinedAllocator});
     int const warmUp = 200;
     ASSERT_NO_FATAL_FAILURE(typeUnknownWords(0, warmUp));

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdio>
 #include <fstream>
 #include <string>
 
@@ -23,6 +24,18 @@ inline long residentKiB(pid_t pid)
 // For a host whose resident memory is measured: under AddressSanitizer its
 // quarantine would otherwise keep freed blocks resident.
 char const unquarantinedAllocator[] = "ASAN_OPTIONS=quarantine_size_mb=0";
+
+// How many distinct words a test feeds a host: 10,000, fewer under
+// emulation (said in the output).
+inline int hostileWordCount()
+{
+#if defined(__powerpc__)
+    std::printf("[ NOTE     ] 2000 words instead of 10000 under emulation (qemu-ppc is about 15 times slower)\n");
+    return 2000;
+#else
+    return 10000;
+#endif
+}
 
 // `length` bytes that differ from every other number's word in their first
 // bytes, and are no command key.
