@@ -21,13 +21,12 @@ public:
     void onStdInput(std::string const& line);
     void printHeader();
 
-    Tcl_Channel chan;
-
-private:
+    // Attaches the handler and prints the banner; instance() is the way in.
     DBG_InManager();
     DBG_InManager(DBG_InManager const&) = delete;
     DBG_InManager& operator=(DBG_InManager const&) = delete;
 
+    Tcl_Channel chan;
     static DBG_InManager* pInManager;
 };
 

@@ -40,6 +40,13 @@ public:
     virtual DBG_OutManager& operator<<(VCOM_Address_Presentation value);
     virtual void flush(bool isError, std::string origin, int line);
 
+    // Refused rather than printed as a number through operator<<(int):
+    // these values go to a sink directly. Deleted and not virtual, they add
+    // neither a slot nor a symbol.
+    DBG_OutManager& operator<<(VCOM_OpeTyp value) = delete;
+    DBG_OutManager& operator<<(VCOM_Reason value) = delete;
+    DBG_OutManager& operator<<(VCOM_UAgent value) = delete;
+
     DBG_Output* pOutput;             // current sink, owned, never null
     DBG_CmdObserver* pCmdObserver;   // owned; null without an IMC manager
 

@@ -147,6 +147,23 @@ TEST_F(CmdObserverRegistration, OtherExceptionFromRegistrationPassesThrough)
     EXPECT_EQ(callsOf(Operation::Registration).size(), 1u);
 }
 
+// The release of "DBG" after a failed registration fails too: the caller
+// still sees the registration's own exception.
+TEST_F(CmdObserverRegistration, FailingCleanUpDoesNotReplaceTheRegistrationFailure)
+{
+    imc_standin::injectFault(Operation::Registration, Fault::OtherException, 1, 1);
+    imc_standin::injectFault(Operation::Unregistration, Fault::RuntimeError, 1);
+    EXPECT_THROW(DBG_CmdObserver observer(imc_standin::manager()), std::logic_error);
+    EXPECT_EQ(callsOf(Operation::Unregistration).size(), 1u);
+}
+
+TEST_F(CmdObserverRegistration, FailingCleanUpStillLetsTheRegistrationFailureReachTheManagersCaller)
+{
+    imc_standin::injectFault(Operation::Registration, Fault::OtherException, 1, 1);
+    imc_standin::injectFault(Operation::Unregistration, Fault::RuntimeError, 1);
+    EXPECT_THROW(DBG_OutManager::instance(), std::logic_error);
+}
+
 TEST_F(CmdObserverRegistration, OutputManagerBuildsExactlyOneObserverOnInstance255)
 {
     DBG_OutManager* manager = DBG_OutManager::instance();

@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@
 
 #include "DBG_InManager.h"
 #include "DBG_OutManager.h"
+#include "FlushRecorder.h"
 #include "ImcProbe.h"
 #include "TestSupport.h"
 
@@ -154,6 +156,23 @@ TEST_F(Console, BannerIsSevenBoxLinesAndAPromptLine)
         begin = end + 1;
     }
     EXPECT_EQ(text.substr(begin), ">\n");
+}
+
+// The host may build a console of its own and read the instance pointer.
+TEST_F(Console, EveryMemberIsPublic)
+{
+    static_assert(std::is_default_constructible<DBG_InManager>::value, "public constructor");
+    EXPECT_EQ(DBG_InManager::pInManager, nullptr);
+    {
+        CoutCapture out;
+        DBG_InManager const own;
+        EXPECT_EQ(out.text(), expectedBanner);
+        EXPECT_EQ(DBG_InManager::pInManager, nullptr) << "a console made directly is not the instance";
+    }
+    DBG_InManager* const made = console();
+    EXPECT_EQ(DBG_InManager::pInManager, made);
+    DBG_InManager::desinstance();
+    EXPECT_EQ(DBG_InManager::pInManager, nullptr);
 }
 
 TEST_F(Console, SecondInstanceCallReturnsTheSameConsoleWithoutBanner)
@@ -309,6 +328,31 @@ TEST_F(Console, WithoutAManagerEveryLineIsLost)
     in->onStdInput("help");
     in->onStdInput("DBG out std");
     EXPECT_EQ(out.text(), "command lost\n>command lost\n>");
+}
+
+// Every banner line and "command lost" end with std::endl: each is on its
+// way to the operator before the next one is written.
+TEST_F(Console, BannerLinesAreFlushedOneByOne)
+{
+    FlushRecorder output;
+    ASSERT_NE(DBG_InManager::instance(), nullptr);
+    std::vector<std::string> lines;
+    std::string const banner = expectedBanner;
+    for (std::size_t begin = 0, end; (end = banner.find('\n', begin)) != std::string::npos; begin = end + 1)
+        lines.push_back(banner.substr(begin, end + 1 - begin));
+    ASSERT_EQ(lines.size(), 8u);
+    EXPECT_EQ(output.flushed(), lines);
+    EXPECT_EQ(output.unflushed(), "");
+}
+
+TEST_F(Console, CommandLostIsFlushedBeforeThePrompt)
+{
+    DBG_InManager* const in = console();
+    ASSERT_EQ(imc_standin::manager(), nullptr);
+    FlushRecorder output;
+    in->onStdInput("help");
+    EXPECT_EQ(output.flushed(), (std::vector<std::string>{"command lost\n", ">"}));
+    EXPECT_EQ(output.unflushed(), "");
 }
 
 TEST_F(Console, NullManagerLosesTheLine)

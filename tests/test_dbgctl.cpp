@@ -26,6 +26,8 @@
 #include <gtest/gtest.h>
 
 #include "ChildProcess.h"
+#include "HostMemory.h"
+#include "RemoteCommands.h"
 #include "TestSupport.h"
 
 namespace {
@@ -290,6 +292,44 @@ TEST_F(Dbgctl, AnswersAsTheConsoleDoesButOnItsConnection)
     EXPECT_EQ(gateway.readFor(200), "");
     ask(gateway, "DBG out", "Debug Output set to IMC\n>");
     ask(gateway, "help", std::string(expectedHelpText) + ">");
+    stop(gateway);
+}
+
+// Ten thousand different unknown words, each as long as a remote line may
+// be, each on a connection of its own as dbgctl sends them: answered with a
+// bounded quote and forgotten, they leave the gateway's memory flat.
+TEST_F(Dbgctl, UnknownWordsLeaveTheGatewaysMemoryFlat)
+{
+    int const words = hostileWordCount();
+    environment.push_back(unquarantinedAllocator);
+    ChildProcess& gateway = startGateway();
+    std::string const word = distinctWord(0, gateway_remote::remoteLineLimit);
+    Outcome const outcome = dbgctl({word});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.output, "Unknown command " + word.substr(0, imc_standin::unknownKeyQuoteLimit) + "\n");
+
+    std::string const socket = socketOf(gateway.pid());
+    auto const sendWords = [&](int first, int count) {
+        for (int number = first; number < first + count; ++number) {
+            std::string const line = distinctWord(number, gateway_remote::remoteLineLimit) + "\n";
+            int const descriptor = connectTo(socket);
+            ASSERT_NE(descriptor, -1) << "word " << number;
+            bool const sent = write(descriptor, line.data(), line.size()) == ssize_t(line.size());
+            std::string const answer = readUntilClosed(descriptor, 10000);
+            close(descriptor);
+            ASSERT_TRUE(sent) << "word " << number;
+            ASSERT_EQ(answer, "Unknown command " + line.substr(0, imc_standin::unknownKeyQuoteLimit) + "\n");
+        }
+    };
+    int const warmUp = 200;
+    ASSERT_NO_FATAL_FAILURE(sendWords(1, warmUp));
+    long const before = residentKiB(gateway.pid());
+    ASSERT_NO_FATAL_FAILURE(sendWords(1 + warmUp, words));
+    long const after = residentKiB(gateway.pid());
+    ASSERT_GT(before, 0);
+    EXPECT_LE(after - before, 1024) << "resident " << before << " KiB before, " << after << " KiB after " << words
+                                    << " words";
+    EXPECT_EQ(gateway.readFor(100), "") << "the answers went to the connections";
     stop(gateway);
 }
 

@@ -1,16 +1,24 @@
 // The demo gateway host end to end: started as a program, driven through a
 // pipe or a pseudo-terminal the way an operator drives the console.
+#include <fcntl.h>
 #include <limits.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <tcl.h>
 
 #include "ChildProcess.h"
+#include "HostMemory.h"
+#include "RemoteSocketPath.h"
 #include "TestSupport.h"
 
 namespace {
@@ -95,6 +103,24 @@ bool takeImcTrace(std::string& text, unsigned long& step)
     return true;
 }
 
+// Whether the pipe that is a process's standard output fills up to its last
+// page within the time: its writer is then held in a write nobody takes.
+bool outputPipeFills(pid_t pid, int timeoutMs)
+{
+    int const pipe = open(("/proc/" + std::to_string(pid) + "/fd/1").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (pipe == -1)
+        return false;
+    int const capacity = fcntl(pipe, F_GETPIPE_SZ);
+    int queued = 0;
+    for (int waited = 0; waited < timeoutMs; waited += 10) {
+        if (ioctl(pipe, FIONREAD, &queued) != 0 || queued >= capacity - 4096)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    close(pipe);
+    return capacity > 0 && queued >= capacity - 4096;
+}
+
 class Gateway : public ::testing::Test {
 protected:
     void SetUp() override { signal(SIGPIPE, SIG_IGN); }
@@ -108,14 +134,15 @@ protected:
 
     // Starts the host and reads its expectedBanner.
     void start(std::vector<std::string> const& args = {"--traffic", "0"},
-               ChildProcess::Terminal terminal = ChildProcess::Terminal::Pipe)
+               ChildProcess::Terminal terminal = ChildProcess::Terminal::Pipe,
+               std::vector<std::string> environment = {})
     {
         // A fixed locale: Tcl converts console bytes by it. The command
         // socket goes into a scratch directory, so a host the test has to
         // kill leaves nothing behind.
-        ASSERT_EQ(child.start(toolPath("dbg-gateway"), args, terminal,
-                              {"LC_ALL=C", "XDG_RUNTIME_DIR=" + runtime.path()}),
-                  "");
+        environment.push_back("LC_ALL=C");
+        environment.push_back("XDG_RUNTIME_DIR=" + runtime.path());
+        ASSERT_EQ(child.start(toolPath("dbg-gateway"), args, terminal, environment), "");
         bool const onPty = terminal == ChildProcess::Terminal::Pty;
         std::string const expected = onPty ? onTerminal(expectedBanner) : expectedBanner;
         ASSERT_EQ(child.read(expected.size()), expected);
@@ -142,6 +169,24 @@ protected:
         EXPECT_EQ(child.readToEnd(), rest);
         EXPECT_FALSE(fileExists(ShutdownSocketPaths::listenerPath(pid)));
         EXPECT_FALSE(fileExists(ShutdownSocketPaths::ownPath(pid)));
+    }
+
+    // Types the unknown words first to first + count - 1, a batch at a time,
+    // and expects each answered with its first bytes quoted.
+    void typeUnknownWords(int first, int count)
+    {
+        int const batch = 50;
+        for (int at = first; at < first + count; at += batch) {
+            std::string lines;
+            std::string answers;
+            for (int number = at; number < std::min(at + batch, first + count); ++number) {
+                std::string const word = distinctWord(number, 10 * 1024);
+                lines += word + "\n";
+                answers += "Unknown command " + word.substr(0, imc_standin::unknownKeyQuoteLimit) + "\n>";
+            }
+            ASSERT_TRUE(child.send(lines, 20000));
+            ASSERT_EQ(child.read(answers.size(), 20000), answers);
+        }
     }
 
     ScratchDir runtime;
@@ -375,12 +420,86 @@ TEST_F(Gateway, BadInputLeavesItAnswering)
     ASSERT_TRUE(child.send(longLine, 20000));
     EXPECT_EQ(child.readFor(200), "") << "answered before the line end";
     ASSERT_TRUE(child.send("\nhelp\n"));
-    std::string const expected = "Unknown command " + longLine + "\n>" + expectedHelpText + ">";
+    std::string const expected = "Unknown command " + longLine.substr(0, imc_standin::unknownKeyQuoteLimit) +
+                                 "\n>" + expectedHelpText + ">";
     std::string const got = child.read(expected.size(), 20000);
     EXPECT_TRUE(got == expected) << "got " << got.size() << " bytes, expected " << expected.size();
     EXPECT_TRUE(child.running());
     ASSERT_TRUE(child.send("exit\n"));
     expectCleanEnd();
+}
+
+// Ten thousand different unknown words of 10 KB each, typed on the console:
+// each is answered with a bounded quote and forgotten, so the host's
+// resident memory stays where it was but for the record the console keeps
+// of every line (one Tcl_DString each, kept on purpose).
+TEST_F(Gateway, UnknownWordsLeaveItsMemoryFlatButForTheConsolesLineRecords)
+{
+    int const words = hostileWordCount();
+    start({"--traffic", "0"}, ChildProcess::Terminal::Pipe, {unquarantinedAllocator});
+    int const warmUp = 200;
+    ASSERT_NO_FATAL_FAILURE(typeUnknownWords(0, warmUp));
+    long const before = residentKiB(pid);
+    ASSERT_NO_FATAL_FAILURE(typeUnknownWords(warmUp, words));
+    long const after = residentKiB(pid);
+    ASSERT_GT(before, 0);
+    // A record and what the allocator adds to it per line, and a megabyte
+    // of slack.
+#if defined(__SANITIZE_ADDRESS__)
+    std::size_t const allocatorCost = 128;  // AddressSanitizer's redzones and header
+#else
+    std::size_t const allocatorCost = 2 * sizeof(void*);
+#endif
+    long const records = long(words * (sizeof(Tcl_DString) + allocatorCost) / 1024);
+    EXPECT_LE(after - before, records + 1024)
+        << "resident " << before << " KiB before, " << after << " KiB after " << words << " words";
+    ASSERT_TRUE(child.send("exit\n"));
+    expectCleanEnd();
+}
+
+// SIGTERM while standard output takes nothing: the host still ends with
+// status 0 and removes its socket files, as on every other stop.
+class GatewayStalledOutput : public Gateway {
+protected:
+    void startStalling(std::vector<std::string> const& args, ChildProcess::Terminal terminal)
+    {
+        start(args, terminal);
+        remoteSocket = gateway_remote::remoteSocketPathOf(runtime.path() + "/dbg", std::to_string(pid));
+        ASSERT_TRUE(fileExists(remoteSocket));
+    }
+
+    void expectSigtermEndsIt()
+    {
+        child.signal(SIGTERM);
+        int status = -1;
+        ASSERT_TRUE(child.waitExit(status, 10000)) << "still held in its write";
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+        EXPECT_FALSE(fileExists(keyFile(pid)));
+        EXPECT_FALSE(fileExists(stopKeyFile(pid)));
+        EXPECT_FALSE(fileExists(remoteSocket));
+    }
+
+    std::string remoteSocket;
+};
+
+TEST_F(GatewayStalledOutput, SigtermEndsItWhileNobodyReadsItsPipe)
+{
+    ASSERT_NO_FATAL_FAILURE(startStalling({"--traffic", "0"}, ChildProcess::Terminal::Pipe));
+    // An answer longer than the pipe holds: the host is left in the middle
+    // of writing it.
+    std::string const name(256 * 1024, 'x');
+    ASSERT_TRUE(child.send("DBG out file " + name + "\n", 20000));
+    ASSERT_TRUE(outputPipeFills(pid, 10000));
+    expectSigtermEndsIt();
+}
+
+TEST_F(GatewayStalledOutput, SigtermEndsItWhileNobodyReadsItsTerminal)
+{
+    ASSERT_NO_FATAL_FAILURE(startStalling({"--traffic", "1"}, ChildProcess::Terminal::Pty));
+    // Thousands of traces' time: the terminal is full, the host in the
+    // middle of a line it does not take.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2000));
+    expectSigtermEndsIt();
 }
 
 TEST_F(Gateway, WithoutTheImcManagerEveryLineIsLost)

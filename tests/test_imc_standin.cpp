@@ -198,6 +198,17 @@ TEST_F(ImcStandInTest, UnregisteredKeyIsAnsweredUnknown)
     EXPECT_EQ(answers, (std::vector<std::string>{"Unknown command DBG\n", "Unknown command nothing\n"}));
 }
 
+TEST_F(ImcStandInTest, UnknownKeyIsQuotedUpToTheLimit)
+{
+    collectAnswers();
+    std::string const whole(imc_standin::unknownKeyQuoteLimit, 'k');
+    imc_standin::manager()->receiveCommand(0, whole);
+    imc_standin::manager()->receiveCommand(0, whole + "K and more");
+    imc_standin::manager()->receiveCommand(0, std::string(100000, 'x'));
+    EXPECT_EQ(answers, (std::vector<std::string>{"Unknown command " + whole + "\n", "Unknown command " + whole + "\n",
+                                                 "Unknown command " + std::string(64, 'x') + "\n"}));
+}
+
 TEST_F(ImcStandInTest, EmptyAndBlankLinesAreIgnored)
 {
     collectAnswers();

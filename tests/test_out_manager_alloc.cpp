@@ -1,5 +1,6 @@
-// The output manager when building the new sink fails: the old sink is
-// gone already, so the console takes over and the failure passes on. This
+// Allocation failures: the output manager when building the new sink
+// fails (the old sink is gone already, so the console takes over and the
+// failure passes on), and the IMC sink when its buffer cannot grow. This
 // program replaces the global allocator to make one allocation fail.
 #include <cstdlib>
 #include <new>
@@ -9,6 +10,7 @@
 
 #include "DBG_OutManager.h"
 #include "DBG_Output.h"
+#include "DBG_OutputImc.h"
 #include "TestSupport.h"
 
 namespace {
@@ -71,4 +73,23 @@ TEST_F(OutManagerAllocation, FailingFileSinkLeavesTheConsoleAndClosesTheOldFile)
     EXPECT_EQ(currentName(), "console");
     EXPECT_EQ(readFile(before), "kept");
     EXPECT_FALSE(fileExists(after));
+}
+
+// A write into the IMC sink's buffer that fails leaves the stream bad; the
+// flush makes it good again, so the next trace arrives whole.
+TEST_F(OutManagerAllocation, ImcSinkIsWritableAgainAfterAFailedWriteAndAFlush)
+{
+    DBG_OutputImc sink;
+    std::string const large(4096, 'x');
+    allocationsToFail = 1;
+    sink << large;  // the buffer must grow for it, and cannot
+    ASSERT_EQ(allocationsToFail, 0) << "the write did not allocate";
+    sink.flush(false, "first", 1);
+    imc_standin::clearCalls();
+    sink << std::string("whole");
+    sink.flush(false, "second", 2);
+    std::vector<imc_standin::Call> const traces = callsOf(imc_standin::Operation::Trace);
+    ASSERT_EQ(traces.size(), 1u);
+    EXPECT_EQ(traces[0].text.substr(0, 6), std::string("whole\0", 6));
+    EXPECT_EQ(traces[0].origin, "second");
 }

@@ -1,6 +1,11 @@
 // DBG_CmdObserver::startCommand (the configuration request posted to the
-// IMC manager) and stopCommand (the shutdown datagram "q").
+// IMC manager) and stopCommand (the shutdown datagram "q"). This program
+// interposes sendto to see the datagram's destination as the library
+// passes it.
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,8 +22,41 @@
 #include <gtest/gtest.h>
 
 #include "DBG_CmdObserver.h"
+#include "FlushRecorder.h"
 #include "ImcProbe.h"
 #include "TestSupport.h"
+
+namespace {
+
+// One sendto call as it was made, and what standard output had flushed by
+// then (when a FlushRecorder was in place).
+struct SentDatagram {
+    std::string data;
+    std::string destination;  // the address's bytes, as many as passed
+    socklen_t length = 0;
+    std::vector<std::string> flushedBefore;
+};
+
+std::vector<SentDatagram> sentDatagrams;
+FlushRecorder const* outputWhileSending = nullptr;
+
+}  // namespace
+
+extern "C" ssize_t sendto(int descriptor, void const* data, size_t size, int flags, sockaddr const* address,
+                          socklen_t length)
+{
+    using Sendto = ssize_t (*)(int, void const*, size_t, int, sockaddr const*, socklen_t);
+    static Sendto const next = reinterpret_cast<Sendto>(dlsym(RTLD_NEXT, "sendto"));
+    SentDatagram sent;
+    sent.data.assign(static_cast<char const*>(data), size);
+    if (address)
+        sent.destination.assign(reinterpret_cast<char const*>(address), length);
+    sent.length = length;
+    if (outputWhileSending)
+        sent.flushedBefore = outputWhileSending->flushed();
+    sentDatagrams.push_back(sent);
+    return next(descriptor, data, size, flags, address, length);
+}
 
 namespace {
 
@@ -244,6 +282,52 @@ TEST_F(StopTest, SendsOneQFromItsOwnAddressToTheGateway)
     EXPECT_FALSE(listener.receive(&data, &sender));
     EXPECT_TRUE(isSocket(ownPath));  // left behind
     EXPECT_TRUE(operations().empty());
+}
+
+// The destination is "/tmp/" + "/" + pid + ".key", doubled slash and all,
+// in a whole sockaddr_un passed with the length 110: the other spellings
+// of the same file make other address bytes.
+TEST_F(StopTest, DestinationAddressIsTheGatewaysByteForByte)
+{
+    sentDatagrams.clear();
+    CoutCapture capture;
+    observer.stopCommand();
+    ASSERT_EQ(sentDatagrams.size(), 1u);
+    sockaddr_un expected;
+    std::memset(&expected, 0, sizeof expected);
+    expected.sun_family = AF_UNIX;
+    std::memcpy(expected.sun_path, listenerPath.data(), listenerPath.size());
+    ASSERT_EQ(sizeof expected, 110u);
+    EXPECT_EQ(sentDatagrams[0].length, 110u);
+    EXPECT_EQ(sentDatagrams[0].destination, std::string(reinterpret_cast<char const*>(&expected), sizeof expected));
+    EXPECT_EQ(sentDatagrams[0].data, "q");
+}
+
+// std::endl: the message is on its way to the operator before the datagram
+// can end the gateway.
+TEST_F(StopTest, ShutdownMessageIsFlushedBeforeTheDatagramGoes)
+{
+    sentDatagrams.clear();
+    FlushRecorder output;
+    outputWhileSending = &output;
+    observer.stopCommand();
+    outputWhileSending = nullptr;
+    ASSERT_EQ(sentDatagrams.size(), 1u);
+    EXPECT_EQ(sentDatagrams[0].flushedBefore, std::vector<std::string>{shutdownMessage});
+    EXPECT_EQ(output.unflushed(), "");
+}
+
+// The socket failure is flushed at once too.
+TEST_F(StopTest, SocketFailureMessageIsFlushed)
+{
+    {
+        CoutCapture first;
+        observer.stopCommand();
+    }
+    FlushRecorder output;
+    observer.stopCommand();
+    EXPECT_EQ(output.flushed(), std::vector<std::string>{socketMessage(EADDRINUSE)});
+    EXPECT_EQ(output.unflushed(), "");
 }
 
 TEST_F(StopTest, SecondStopFailsAtBindAndSendsNothing)

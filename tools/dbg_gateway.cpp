@@ -5,9 +5,11 @@
 // /tmp//<pid>.key, re-reads its configuration on IMC request 600, and
 // simulates call traffic as traces on a Tcl timer. Everything runs on the
 // Tcl event loop until a shutdown is asked for ("exit" on the console, end
-// of input, "DBG stop", SIGTERM or SIGINT); it then tears the library down
-// and removes the socket files it made.
+// of input, "DBG stop", SIGTERM or SIGINT, the signals even while standard
+// output is stalled); it then tears the library down and removes the socket
+// files it made.
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -90,14 +92,23 @@ Options parseOptions(int argc, char** argv)
 
 bool shutdownRequested = false;
 int signalPipe[2] = {-1, -1};
+int discardOutput = -1;  // /dev/null, for a standard output that takes nothing
 
-// Async-signal-safe: only write(); the event loop does the rest.
+// Async-signal-safe: write(), poll() and dup2() only; the event loop does
+// the rest.
 extern "C" void onSignal(int)
 {
     int const saved = errno;
     char const byte = 's';
     ssize_t const written = write(signalPipe[1], &byte, 1);
     static_cast<void>(written);  // a full pipe already holds a request
+    // A standard output that takes nothing now (a terminal held by Ctrl-S,
+    // a pipe nobody reads) would keep the gateway in its write, which the C
+    // library resumes after the signal: the rest goes to /dev/null, so the
+    // stop can go on.
+    pollfd output = {1, POLLOUT, 0};
+    if (poll(&output, 1, 0) == 0)
+        dup2(discardOutput, 1);
     errno = saved;
 }
 
@@ -116,6 +127,9 @@ void onSignalPipe(ClientData, int)
 bool setUpSignals()
 {
     if (pipe2(signalPipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        return false;
+    discardOutput = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (discardOutput == -1)
         return false;
     struct sigaction action;
     std::memset(&action, 0, sizeof action);
@@ -137,6 +151,7 @@ void tearDownSignals()
     Tcl_DeleteFileHandler(signalPipe[0]);
     close(signalPipe[0]);
     close(signalPipe[1]);
+    close(discardOutput);
 }
 
 // The paths the library's "DBG stop" uses, with its doubled slash.

@@ -97,7 +97,12 @@ DBG_CmdObserver::DBG_CmdObserver(IMC_Manager* manager) : pImcManager(manager)
         pImcManager->registration(this, "help");
     } catch (...) {
         // The observer is not made: the manager must not keep it for "DBG".
-        pImcManager->unregistration(this, "DBG");
+        // Whatever that release throws, the caller is to see why the
+        // registration failed.
+        try {
+            pImcManager->unregistration(this, "DBG");
+        } catch (...) {
+        }
         throw;
     }
 }

@@ -11,7 +11,10 @@
 //   * receiveCommand routes a line to every observer registered for the
 //     line's key, the line's first blank-separated word ("DBG out std" has
 //     the key "DBG"). A non-empty line whose key nobody registered is
-//     answered "Unknown command <key>\n"; an empty or blank line is ignored.
+//     answered "Unknown command <key>\n", quoting at most the key's first
+//     64 bytes (imc_standin::unknownKeyQuoteLimit), and is forgotten: the
+//     routing table holds only registered keys, so hostile input of any
+//     length or variety costs no memory; an empty or blank line is ignored.
 //   * answerCommand delivers the answer where the command came from: with
 //     the console flag set (the console sets it before each line), or when
 //     the host installed no answer handler, on standard output; otherwise to

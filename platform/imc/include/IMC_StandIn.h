@@ -11,6 +11,9 @@
 
 namespace imc_standin {
 
+// How much of an unknown key the "Unknown command" answer quotes.
+constexpr std::size_t unknownKeyQuoteLimit = 64;
+
 // Makes the process's manager with this identifier byte; again: no effect.
 void start(unsigned char identifier);
 // Destroys it with its routing table; instance() throws again.

@@ -85,11 +85,14 @@ void IMC_Manager::receiveCommand(int source, std::string const& line)
     if (probe)
         probe->receiveCommand(source, line);
     std::string const key = keyOf(line);
-    // A copy: an observer may unregister while it runs.
-    std::vector<IMC_CommandObserver*> const receivers = routing->observers[key];
+    // Looked up, never added: unknown words typed by the thousand must not
+    // grow the table. A copy: an observer may unregister while it runs.
+    auto const found = routing->observers.find(key);
+    std::vector<IMC_CommandObserver*> const receivers =
+        found == routing->observers.end() ? std::vector<IMC_CommandObserver*>() : found->second;
     try {
         if (receivers.empty() && !key.empty())
-            answerCommand("Unknown command " + key + "\n");
+            answerCommand("Unknown command " + key.substr(0, imc_standin::unknownKeyQuoteLimit) + "\n");
         for (IMC_CommandObserver* observer : receivers)
             observer->command(line, source);
     } catch (...) {
