@@ -474,8 +474,8 @@ protected:
         int status = -1;
         ASSERT_TRUE(child.waitExit(status, 10000)) << "still held in its write";
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
-        EXPECT_FALSE(fileExists(keyFile(pid)));
-        EXPECT_FALSE(fileExists(stopKeyFile(pid)));
+        EXPECT_FALSE(fileExists(ShutdownSocketPaths::listenerPath(pid)));
+        EXPECT_FALSE(fileExists(ShutdownSocketPaths::ownPath(pid)));
         EXPECT_FALSE(fileExists(remoteSocket));
     }
 
