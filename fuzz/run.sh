@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs every libFuzzer target of build/fuzz for SECONDS each, on a scratch
-# copy of its seed corpus (new inputs never land in fuzz/corpus/). Crash
-# inputs go to build/fuzz/artifacts/, each run's output to build/fuzz/logs/.
+# Runs every libFuzzer target fuzz/targets.txt lists (built in build/fuzz)
+# for SECONDS each, on a scratch copy of its seed corpus (new inputs never
+# land in fuzz/corpus/). Crash inputs go to build/fuzz/artifacts/, each run's output to build/fuzz/logs/.
 # Called by ./run fuzz SECONDS after the fuzz preset is built.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -31,12 +31,12 @@ cleanup() {
 }
 trap cleanup EXIT
 
+mapfile -t targets <fuzz/targets.txt
 status=0
-for corpusDir in fuzz/corpus/*/; do
-    target=$(basename "$corpusDir")
+for target in "${targets[@]}"; do
     corpus=$scratch/$target
     mkdir -p "$corpus"
-    cp -- "$corpusDir"* "$corpus/"
+    cp -- "fuzz/corpus/$target/"* "$corpus/"
     seeds=$(find "$corpus" -type f | wc -l)
     options=(-max_total_time="$seconds" -max_len=4096 -timeout=10 -print_final_stats=1
              -artifact_prefix="$artifacts/$target-")
