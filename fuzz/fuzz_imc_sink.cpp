@@ -66,6 +66,22 @@ void startStandIn()
     static_cast<void>(started);
 }
 
+// One flush with the fault raised once on the operation: true when it
+// passed std::runtime_error on.
+bool flushThrows(DBG_OutputImc& sink, Operation operation, Fault fault, bool isError, std::string const& origin,
+                 int line)
+{
+    imc_standin::injectFault(operation, fault, 1);
+    bool threw = false;
+    try {
+        sink.flush(isError, origin, line);
+    } catch (std::runtime_error const&) {
+        threw = true;
+    }
+    imc_standin::clearFaults();
+    return threw;
+}
+
 std::string checkImcSink(std::uint8_t const* data, std::size_t size)
 {
     startStandIn();
@@ -131,29 +147,15 @@ std::string checkImcSink(std::uint8_t const* data, std::size_t size)
         }
         case 6: {  // no manager at the flush: nothing written, nothing sent
             bool const null = next() & 1;
-            imc_standin::injectFault(Operation::Instance, null ? Fault::NullInstance : Fault::RuntimeError, 1);
-            bool threw = false;
-            try {
-                sink.flush(false, origin, line);
-            } catch (std::runtime_error const&) {
-                threw = true;
-            }
-            imc_standin::clearFaults();
-            if (!threw)
+            if (!flushThrows(sink, Operation::Instance, null ? Fault::NullInstance : Fault::RuntimeError, false,
+                             origin, line))
                 failure = "flush without a manager did not throw std::runtime_error";
             break;
         }
         case 7: {  // the manager's trace or error fails: NUL written, not rewound
             bool const isError = next() & 1;
-            imc_standin::injectFault(isError ? Operation::Error : Operation::Trace, Fault::RuntimeError, 1);
-            bool threw = false;
-            try {
-                sink.flush(isError, origin, line);
-            } catch (std::runtime_error const&) {
-                threw = true;
-            }
-            imc_standin::clearFaults();
-            if (!threw) {
+            if (!flushThrows(sink, isError ? Operation::Error : Operation::Trace, Fault::RuntimeError, isError,
+                             origin, line)) {
                 failure = "flush whose delivery failed did not throw std::runtime_error";
                 break;
             }
