@@ -38,9 +38,9 @@ using imc_standin::Operation;
 // What a command does beside answering.
 enum class Effect { None, SelectOutput, Stop, ReadConfiguration, ReportVersion };
 
-// The command table as the operator's guide gives it: the first row, in
-// this order, whose word occurs anywhere in the line decides. The last
-// row's empty word occurs in every line: anything else gets the help text.
+// The command table, written out as data: the first row, in this order,
+// whose word occurs anywhere in the line decides. The last row's empty word
+// occurs in every line: anything else gets the help text.
 // "DBG out" answers its text, the current sink's name and a line end;
 // "DBG version" its text, the version (or "unknown") and a line end.
 struct CommandRow {
