@@ -18,7 +18,6 @@
 
 #include "DBG_InManager.h"
 #include "DBG_OutManager.h"
-#include "FlushRecorder.h"
 #include "ImcProbe.h"
 #include "TestSupport.h"
 
@@ -334,7 +333,7 @@ TEST_F(Console, WithoutAManagerEveryLineIsLost)
 // way to the operator before the next one is written.
 TEST_F(Console, BannerLinesAreFlushedOneByOne)
 {
-    FlushRecorder output;
+    CoutCapture output;
     ASSERT_NE(DBG_InManager::instance(), nullptr);
     std::vector<std::string> lines;
     std::string const banner = expectedBanner;
@@ -349,7 +348,7 @@ TEST_F(Console, CommandLostIsFlushedBeforeThePrompt)
 {
     DBG_InManager* const in = console();
     ASSERT_EQ(imc_standin::manager(), nullptr);
-    FlushRecorder output;
+    CoutCapture output;
     in->onStdInput("help");
     EXPECT_EQ(output.flushed(), (std::vector<std::string>{"command lost\n", ">"}));
     EXPECT_EQ(output.unflushed(), "");

@@ -22,14 +22,13 @@
 #include <gtest/gtest.h>
 
 #include "DBG_CmdObserver.h"
-#include "FlushRecorder.h"
 #include "ImcProbe.h"
 #include "TestSupport.h"
 
 namespace {
 
 // One sendto call as it was made, and what standard output had flushed by
-// then (when a FlushRecorder was in place).
+// then (when a CoutCapture was in place).
 struct SentDatagram {
     std::string data;
     std::string destination;  // the address's bytes, as many as passed
@@ -38,7 +37,7 @@ struct SentDatagram {
 };
 
 std::vector<SentDatagram> sentDatagrams;
-FlushRecorder const* outputWhileSending = nullptr;
+CoutCapture const* outputWhileSending = nullptr;
 
 }  // namespace
 
@@ -308,7 +307,7 @@ TEST_F(StopTest, DestinationAddressIsTheGatewaysByteForByte)
 TEST_F(StopTest, ShutdownMessageIsFlushedBeforeTheDatagramGoes)
 {
     sentDatagrams.clear();
-    FlushRecorder output;
+    CoutCapture output;
     outputWhileSending = &output;
     observer.stopCommand();
     outputWhileSending = nullptr;
@@ -324,7 +323,7 @@ TEST_F(StopTest, SocketFailureMessageIsFlushed)
         CoutCapture first;
         observer.stopCommand();
     }
-    FlushRecorder output;
+    CoutCapture output;
     observer.stopCommand();
     EXPECT_EQ(output.flushed(), std::vector<std::string>{socketMessage(EADDRINUSE)});
     EXPECT_EQ(output.unflushed(), "");

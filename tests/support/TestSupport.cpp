@@ -20,20 +20,6 @@
 #include "DBG_OutManager.h"
 #include "ImcProbe.h"
 
-CoutCapture::CoutCapture() : m_previous(std::cout.rdbuf(m_captured.rdbuf()))
-{
-}
-
-CoutCapture::~CoutCapture()
-{
-    std::cout.rdbuf(m_previous);
-}
-
-std::string CoutCapture::text() const
-{
-    return m_captured.str();
-}
-
 std::string readFile(std::string const& path)
 {
     std::ifstream file(path, std::ios::binary);

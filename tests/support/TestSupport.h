@@ -5,11 +5,10 @@
 
 #include <sys/types.h>
 
-#include <sstream>
-#include <streambuf>
 #include <string>
 #include <vector>
 
+#include "CoutCapture.h"
 #include "CurrentConfigIsolation.h"
 #include "ExpectedTexts.h"
 #include "ImcCalls.h"
@@ -18,18 +17,6 @@
 #include "ReferenceModels.h"
 #include "ScratchDir.h"
 #include "ShutdownSocketPaths.h"
-
-// Collects everything written to std::cout while it lives.
-class CoutCapture {
-public:
-    CoutCapture();
-    ~CoutCapture();
-    std::string text() const;
-
-private:
-    std::ostringstream m_captured;
-    std::streambuf* m_previous;
-};
 
 // The whole content of a file, byte for byte; fails the test if unreadable.
 std::string readFile(std::string const& path);
