@@ -45,18 +45,6 @@ bool sigtermStaysAway()
     return sigtermCount == 0;
 }
 
-// Records the console flag the manager holds whenever a line arrives.
-class FlagProbe : public IMC_CommandObserver {
-public:
-    void command(std::string const& line, int) override
-    {
-        lines.push_back(line);
-        flags.push_back(imc_standin::manager()->consoleFlag);
-    }
-    std::vector<std::string> lines;
-    std::vector<int> flags;
-};
-
 // Every test gets a pipe as fd 0 before Tcl first looks at standard input,
 // and a SIGTERM that is counted instead of ending the test program.
 class Console : public ::testing::Test {
@@ -303,7 +291,7 @@ TEST_F(Console, LineGoesToTheManagerUntrimmedWithModule15)
 TEST_F(Console, ConsoleFlagIsSetBeforeTheManagerRoutesTheLine)
 {
     ImcSession imc;
-    FlagProbe probe;
+    RecordingObserver probe;
     imc_standin::manager()->registration(&probe, "probe");
     // Outside the console the flag stays down: the probe can tell.
     imc_standin::manager()->receiveCommand(0, "probe direct");
@@ -311,11 +299,11 @@ TEST_F(Console, ConsoleFlagIsSetBeforeTheManagerRoutesTheLine)
     CoutCapture out;
     in->onStdInput("probe console");
     imc_standin::manager()->unregistration(&probe, "probe");
-    ASSERT_EQ(probe.flags.size(), 2u);
-    EXPECT_EQ(probe.lines[0], "probe direct");
-    EXPECT_EQ(probe.flags[0], 0);
-    EXPECT_EQ(probe.lines[1], "probe console");
-    EXPECT_EQ(probe.flags[1], 1);
+    ASSERT_EQ(probe.received.size(), 2u);
+    EXPECT_EQ(probe.received[0].line, "probe direct");
+    EXPECT_EQ(probe.received[0].consoleFlag, 0);
+    EXPECT_EQ(probe.received[1].line, "probe console");
+    EXPECT_EQ(probe.received[1].consoleFlag, 1);
     EXPECT_EQ(out.text(), ">");
 }
 

@@ -23,26 +23,6 @@ using imc_standin::Operation;
 
 namespace {
 
-// An observer that keeps every line it is given.
-class LineObserver : public IMC_CommandObserver {
-public:
-    explicit LineObserver(std::string name, std::vector<std::string>* log = nullptr)
-        : m_name(std::move(name)), m_log(log)
-    {
-    }
-    void command(std::string const& line, int source) override
-    {
-        lines.emplace_back(line, source);
-        if (m_log)
-            m_log->push_back(m_name + ":" + line);
-    }
-    std::vector<std::pair<std::string, int>> lines;
-
-private:
-    std::string m_name;
-    std::vector<std::string>* m_log;
-};
-
 class ThrowingObserver : public IMC_CommandObserver {
 public:
     void command(std::string const&, int) override { throw std::runtime_error("observer failed"); }
@@ -137,8 +117,8 @@ TEST(ImcStandInLifecycle, RecordingIsOffUntilAsked)
 
 TEST_F(ImcStandInTest, RoutesByTheFirstWord)
 {
-    LineObserver dbg("dbg");
-    LineObserver help("help");
+    RecordingObserver dbg("dbg");
+    RecordingObserver help("help");
     IMC_Manager* manager = imc_standin::manager();
     manager->registration(&dbg, "DBG");
     manager->registration(&help, "help");
@@ -146,11 +126,11 @@ TEST_F(ImcStandInTest, RoutesByTheFirstWord)
     manager->receiveCommand(3, "DBG out std");
     manager->receiveCommand(4, "  DBG\tversion");
     manager->receiveCommand(5, "help me");
-    ASSERT_EQ(dbg.lines.size(), 2u);
-    EXPECT_EQ(dbg.lines[0], std::make_pair(std::string("DBG out std"), 3));
-    EXPECT_EQ(dbg.lines[1], std::make_pair(std::string("  DBG\tversion"), 4));
-    ASSERT_EQ(help.lines.size(), 1u);
-    EXPECT_EQ(help.lines[0], std::make_pair(std::string("help me"), 5));
+    ASSERT_EQ(dbg.received.size(), 2u);
+    EXPECT_EQ(dbg.received[0], (RecordingObserver::Received{"DBG out std", 3, 0}));
+    EXPECT_EQ(dbg.received[1], (RecordingObserver::Received{"  DBG\tversion", 4, 0}));
+    ASSERT_EQ(help.received.size(), 1u);
+    EXPECT_EQ(help.received[0], (RecordingObserver::Received{"help me", 5, 0}));
     EXPECT_TRUE(answers.empty());
     manager->unregistration(&dbg, "DBG");
     manager->unregistration(&help, "help");
@@ -158,13 +138,13 @@ TEST_F(ImcStandInTest, RoutesByTheFirstWord)
 
 TEST_F(ImcStandInTest, KeyMustBeTheWholeFirstWord)
 {
-    LineObserver dbg("dbg");
+    RecordingObserver dbg("dbg");
     IMC_Manager* manager = imc_standin::manager();
     manager->registration(&dbg, "DBG");
     collectAnswers();
     manager->receiveCommand(0, "DBGX out");
     manager->receiveCommand(0, "show DBG");
-    EXPECT_TRUE(dbg.lines.empty());
+    EXPECT_TRUE(dbg.received.empty());
     EXPECT_EQ(answers, (std::vector<std::string>{"Unknown command DBGX\n", "Unknown command show\n"}));
     manager->unregistration(&dbg, "DBG");
 }
@@ -172,8 +152,8 @@ TEST_F(ImcStandInTest, KeyMustBeTheWholeFirstWord)
 TEST_F(ImcStandInTest, EveryObserverOfAKeyReceivesInRegistrationOrder)
 {
     std::vector<std::string> log;
-    LineObserver first("first", &log);
-    LineObserver second("second", &log);
+    RecordingObserver first("first", &log);
+    RecordingObserver second("second", &log);
     IMC_Manager* manager = imc_standin::manager();
     manager->registration(&first, "K");
     manager->registration(&second, "K");
@@ -187,14 +167,14 @@ TEST_F(ImcStandInTest, EveryObserverOfAKeyReceivesInRegistrationOrder)
 
 TEST_F(ImcStandInTest, UnregisteredKeyIsAnsweredUnknown)
 {
-    LineObserver dbg("dbg");
+    RecordingObserver dbg("dbg");
     IMC_Manager* manager = imc_standin::manager();
     manager->registration(&dbg, "DBG");
     manager->unregistration(&dbg, "DBG");
     collectAnswers();
     manager->receiveCommand(0, "DBG out");
     manager->receiveCommand(0, "nothing");
-    EXPECT_TRUE(dbg.lines.empty());
+    EXPECT_TRUE(dbg.received.empty());
     EXPECT_EQ(answers, (std::vector<std::string>{"Unknown command DBG\n", "Unknown command nothing\n"}));
 }
 
@@ -354,7 +334,7 @@ TEST_F(ImcStandInTest, FaultWithACountExpires)
 TEST_F(ImcStandInTest, FaultWithoutCountStaysUntilCleared)
 {
     imc_standin::injectFault(Operation::Registration, Fault::OtherException);
-    LineObserver observer("o");
+    RecordingObserver observer("o");
     IMC_Manager* manager = imc_standin::manager();
     for (int i = 0; i < 3; ++i)
         EXPECT_THROW(manager->registration(&observer, "K"), std::logic_error);
@@ -362,7 +342,7 @@ TEST_F(ImcStandInTest, FaultWithoutCountStaysUntilCleared)
     EXPECT_NO_THROW(manager->registration(&observer, "K"));
     manager->receiveCommand(0, "K x");
     // Registrations that threw did not register.
-    EXPECT_EQ(observer.lines.size(), 1u);
+    EXPECT_EQ(observer.received.size(), 1u);
     manager->unregistration(&observer, "K");
 }
 
@@ -405,7 +385,7 @@ TEST_F(ImcStandInTest, NullInstanceFault)
 
 TEST_F(ImcStandInTest, EveryCallIsRecordedWithItsArguments)
 {
-    LineObserver observer("o");
+    RecordingObserver observer("o");
     IMC_Manager* manager = imc_standin::manager();
     collectAnswers();
     IMC_Manager::instance(15);
@@ -439,7 +419,7 @@ TEST_F(ImcStandInTest, EveryCallIsRecordedWithItsArguments)
     EXPECT_EQ(calls[6].operation, Operation::Unregistration);
     EXPECT_EQ(calls[6].text, "KEY");
     EXPECT_EQ(calls[6].observer, &observer);
-    EXPECT_EQ(observer.lines.size(), 1u);
+    EXPECT_EQ(observer.received.size(), 1u);
     EXPECT_EQ(answers, (std::vector<std::string>{std::string("ans\0wer", 7)}));
 }
 

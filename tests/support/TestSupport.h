@@ -13,6 +13,7 @@
 #include "ExpectedTexts.h"
 #include "ImcCalls.h"
 #include "ImcProbe.h"
+#include "RecordingObserver.h"
 #include "RecordingSink.h"
 #include "ReferenceModels.h"
 #include "ScratchDir.h"
