@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Runs every libFuzzer target fuzz/targets.txt lists (built in build/fuzz)
 # for SECONDS each, on a scratch copy of its seed corpus (new inputs never
-# land in fuzz/corpus/). Crash inputs go to build/fuzz/artifacts/, each run's output to build/fuzz/logs/.
+# land in fuzz/corpus/). Crash inputs go to build/fuzz/artifacts/, each
+# run's output to build/fuzz/logs/.
 # Called by ./run fuzz SECONDS after the fuzz preset is built.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -17,19 +18,7 @@ artifacts=$PWD/build/fuzz/artifacts
 logs=$PWD/build/fuzz/logs
 mkdir -p "$artifacts" "$logs"
 scratch=$(mktemp -d "${TMPDIR:-/tmp}/dbg-fuzz-run.XXXXXX")
-hadCurrent=0
-[ -e /current ] && hadCurrent=1
-
-cleanup() {
-    rm -rf "$scratch"
-    # The version target removes the /current it made when it ends; after a
-    # crash the empty directory is removed here, under the same lock on "/"
-    # the test suite's isolation takes.
-    if [ "$hadCurrent" = 0 ] && [ -d /current ]; then
-        flock / rmdir /current 2>/dev/null || true
-    fi
-}
-trap cleanup EXIT
+trap 'rm -rf "$scratch"' EXIT
 
 mapfile -t targets <fuzz/targets.txt
 status=0
