@@ -71,13 +71,20 @@ void IMC_Manager::unregistration(IMC_CommandObserver* observer, std::string cons
 {
     if (probe)
         probe->unregistration(observer, key);
-    auto& registered = routing->observers[key];
+    // The table keeps registered keys only: a key whose last observer
+    // leaves goes with it, and an unknown one is not added.
+    auto const found = routing->observers.find(key);
+    if (found == routing->observers.end())
+        return;
+    std::vector<IMC_CommandObserver*>& registered = found->second;
     for (auto it = registered.begin(); it != registered.end(); ++it) {
         if (*it == observer) {
             registered.erase(it);
             break;
         }
     }
+    if (registered.empty())
+        routing->observers.erase(found);
 }
 
 void IMC_Manager::receiveCommand(int source, std::string const& line)
