@@ -1,4 +1,4 @@
-// Never built with the tests: the compile check below compiles it once per
+// Never built with the tests: CheckRefusedInsertions.cmake compiles it once per
 // case, with TARGET the output manager or a sink and VALUE a voice
 // enumeration.
 #include "DBG_OutManager.h"
