@@ -374,20 +374,22 @@ TEST_F(StopTest, NoDescriptorLeftReportsTheSocketFailure)
     rlimit lowered = previous;
     lowered.rlim_cur = static_cast<rlim_t>(lowestFree);
     std::string printed;
+    int probe = -1;
+    int probeError = 0;
     {
-        // Set up before the limit: a sanitizer runtime needs descriptors of
-        // its own the first time it checks a stream call, so it sees one
-        // (on a stream of std::cout's type) while there are some left.
+        // Set up before the limit, and the limit raised again before the
+        // capture goes: a sanitizer runtime needs descriptors of its own the
+        // first time it checks a call on a stream or a stream buffer type.
         CoutCapture capture;
         std::ostream unbuffered(nullptr);
         unbuffered << errno << std::endl;
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &lowered), 0);
         observer.stopCommand();
+        probe = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        probeError = errno;
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &previous), 0);
         printed = capture.text();
     }
-    int const probe = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    int const probeError = errno;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &previous), 0);
     if (probe != -1)
         close(probe);
 
