@@ -45,6 +45,16 @@ bool sigtermStaysAway()
     return sigtermCount == 0;
 }
 
+// The banner's lines, each with its line end.
+std::vector<std::string> bannerLines()
+{
+    std::vector<std::string> lines;
+    std::string const banner = expectedBanner;
+    for (std::size_t begin = 0, end; (end = banner.find('\n', begin)) != std::string::npos; begin = end + 1)
+        lines.push_back(banner.substr(begin, end + 1 - begin));
+    return lines;
+}
+
 // Every test gets a pipe as fd 0 before Tcl first looks at standard input,
 // and a SIGTERM that is counted instead of ending the test program.
 class Console : public ::testing::Test {
@@ -323,13 +333,40 @@ TEST_F(Console, BannerLinesAreFlushedOneByOne)
 {
     CoutCapture output;
     ASSERT_NE(DBG_InManager::instance(), nullptr);
-    std::vector<std::string> lines;
-    std::string const banner = expectedBanner;
-    for (std::size_t begin = 0, end; (end = banner.find('\n', begin)) != std::string::npos; begin = end + 1)
-        lines.push_back(banner.substr(begin, end + 1 - begin));
+    std::vector<std::string> const lines = bannerLines();
     ASSERT_EQ(lines.size(), 8u);
     EXPECT_EQ(output.flushed(), lines);
     EXPECT_EQ(output.unflushed(), "");
+}
+
+// Every text of the console is inserted into std::cout as the stream
+// formats it: a width set on std::cout pads it.
+TEST_F(Console, BannerTakesTheWidthOfStdCout)
+{
+    PaddedCoutCapture output(30, '.');
+    ASSERT_NE(DBG_InManager::instance(), nullptr);
+    std::string padded;
+    for (std::string const& line : bannerLines())
+        padded += paddedText(line, 31, '.');
+    EXPECT_EQ(output.text(), padded);
+}
+
+TEST_F(Console, CommandLostAndPromptTakeTheWidthOfStdCout)
+{
+    DBG_InManager* const in = console();
+    ASSERT_EQ(imc_standin::manager(), nullptr);
+    PaddedCoutCapture output(14, '.');
+    in->onStdInput("help");
+    EXPECT_EQ(output.text(), "..command lost\n.............>");
+}
+
+TEST_F(Console, PromptAfterACommandTakesTheWidthOfStdCout)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    PaddedCoutCapture output(3, '.');
+    in->onStdInput("");
+    EXPECT_EQ(output.text(), "..>");
 }
 
 TEST_F(Console, CommandLostIsFlushedBeforeThePrompt)

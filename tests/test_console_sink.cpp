@@ -59,6 +59,16 @@ TEST(ConsoleSinkOutput, StringIsWrittenWholeWithEmbeddedNul)
     EXPECT_EQ(capture.text().size(), 7u);
 }
 
+// std::cout formats the text as its own insertion does: a width set on it
+// pads the next string, and only that one.
+TEST(ConsoleSinkOutput, StringTakesTheWidthAndFillOfStdCout)
+{
+    PaddedCoutCapture capture(6, '*');
+    DBG_Output console;
+    console << std::string("ab") << std::string("cd");
+    EXPECT_EQ(capture.text(), "****abcd");
+}
+
 TEST(ConsoleSinkOutput, EmptyStringWritesNothing)
 {
     CoutCapture capture;

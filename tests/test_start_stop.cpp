@@ -210,6 +210,30 @@ TEST_F(StartTest, RuntimeErrorOfThePostReportsAndExitsThroughTheManager)
     EXPECT_EQ(exits[0].number, 0);
 }
 
+// The line ends with std::endl: it is out of std::cout's buffer before the
+// manager's exit path runs, which need not flush standard output itself.
+TEST_F(StartTest, FailureLineIsFlushedBeforeTheExitPathIsCalled)
+{
+    imc_standin::injectFault(Operation::Post, Fault::RuntimeError);
+    // The exit path throws at its first step, before anything of its own.
+    imc_standin::injectFault(Operation::CoreDumpExit, Fault::OtherException);
+    CoutCapture capture;
+    EXPECT_THROW(observer.startCommand(), std::logic_error);
+    EXPECT_EQ(capture.flushed(), std::vector<std::string>{"Start Command Failed\n"});
+    EXPECT_EQ(capture.unflushed(), "");
+}
+
+// Each message is inserted into std::cout as the stream formats it: a width
+// set on std::cout pads it.
+TEST_F(StartTest, FailureLineTakesTheWidthOfStdCout)
+{
+    imc_standin::injectFault(Operation::Post, Fault::RuntimeError);
+    imc_standin::injectFault(Operation::CoreDumpExit, Fault::OtherException);
+    PaddedCoutCapture capture(24, '.');
+    EXPECT_THROW(observer.startCommand(), std::logic_error);
+    EXPECT_EQ(capture.text(), "....Start Command Failed\n");
+}
+
 TEST_F(StartDeathTest, RuntimeErrorOfThePostEndsTheProcessWithAbort)
 {
     EXPECT_EXIT(startWithFailingPost(), ::testing::KilledBySignal(SIGABRT),
@@ -316,6 +340,17 @@ TEST_F(StopTest, SocketFailureMessageIsFlushed)
     observer.stopCommand();
     EXPECT_EQ(output.flushed(), std::vector<std::string>{socketMessage(EADDRINUSE)});
     EXPECT_EQ(output.unflushed(), "");
+}
+
+TEST_F(StopTest, MessagesTakeTheWidthOfStdCout)
+{
+    PaddedCoutCapture capture(50, '.');
+    observer.stopCommand();
+    observer.stopCommand();  // fails at bind: the first one's path is there
+    // The width is the message's: the error number after it is not padded.
+    EXPECT_EQ(capture.text(), paddedText(shutdownMessage, 51, '.') +
+                                  paddedText("VELTA : cannot create debug socket (", 50, '.') +
+                                  std::to_string(EADDRINUSE) + "\n");
 }
 
 TEST_F(StopTest, SecondStopFailsAtBindAndSendsNothing)

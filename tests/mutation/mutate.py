@@ -33,6 +33,10 @@ MUTATED_DIRS = ("src", "include")
 # Enough traces for the soak's checks, few enough for a test run per mutant.
 SOAK_COUNT = "100000"
 BUILD_TIMEOUT = 600
+# The mutation tool's own tests do not run the library.
+TOOL_TESTS = ("MutationTool.",)
+# How many of the cases that killed mutants of a file run alone first.
+KILLERS_FIRST = 3
 
 
 def log(message):
@@ -57,7 +61,8 @@ def sync_tree(tree):
                 if file.read() == content:
                     continue
         os.makedirs(os.path.dirname(target), exist_ok=True)
-        shutil.copy2(source, target)
+        shutil.copyfile(source, target)   # a new time stamp: the build sees the change
+        shutil.copymode(source, target)
 
 
 def run_quietly(command, cwd, timeout=None, env=None):
@@ -87,7 +92,8 @@ class Worker:
 
     def restore(self):
         if self.current:
-            shutil.copy2(os.path.join(ROOT, self.current), os.path.join(self.tree, self.current))
+            # A new time stamp, not the original's: the build must see it.
+            shutil.copyfile(os.path.join(ROOT, self.current), os.path.join(self.tree, self.current))
             self.current = None
 
     def write(self, mutant, mutated):
@@ -99,58 +105,83 @@ class Worker:
 
 
 class Tests:
-    """The suite as ctest knows it, run by this script in a chosen order."""
+    """The suite as ctest knows it, run by this script: each GoogleTest
+    program whole, stopping at its first failure, and every other test as
+    ctest would run it. The test cases that killed mutants of the same file
+    run first, alone; then the programs, fastest first."""
 
     def __init__(self, worker):
         code, output = run_quietly(["ctest", "--test-dir", worker.build, "--show-only=json-v1"], worker.tree)
         if code != 0:
             raise RuntimeError("ctest cannot list the tests:\n" + output[-3000:])
-        self.tests = []
+        self.cases = {}        # GoogleTest name -> its ctest entry
+        self.programs = {}     # program -> its ctest entry, run whole
+        self.others = []
         for test in json.loads(output[output.index("{"):])["tests"]:
+            if test["name"].startswith(TOOL_TESTS):
+                continue
             properties = {p["name"]: p["value"] for p in test.get("properties", [])}
-            environment = dict(e.split("=", 1) for e in properties.get("ENVIRONMENT", []) if "=" in e)
-            self.tests.append({"name": test["name"], "command": test["command"],
-                               "cwd": properties.get("WORKING_DIRECTORY", worker.build),
-                               "environment": environment, "limit": float(properties.get("TIMEOUT", 120))})
+            entry = {"name": test["name"], "command": test["command"],
+                     "cwd": properties.get("WORKING_DIRECTORY", worker.build),
+                     "environment": dict(e.split("=", 1) for e in properties.get("ENVIRONMENT", []) if "=" in e),
+                     "limit": float(properties.get("TIMEOUT", 120))}
+            filters = [w[len("--gtest_filter="):] for w in test["command"] if w.startswith("--gtest_filter=")]
+            if filters:
+                self.cases[filters[0]] = entry
+                program = test["command"][0]
+                self.programs.setdefault(program, dict(entry, name=os.path.basename(program),
+                                                       command=[program, "--gtest_fail_fast"], limit=0.0))
+                self.programs[program]["limit"] += entry["limit"]
+            else:
+                self.others.append(entry)
         self.seconds = {}
 
-    def run_one(self, test, limit):
-        """'passed', 'failed' or 'timed out'."""
+    @staticmethod
+    def run_one(test, limit):
+        """('passed' | 'failed' | 'timed out', the first GoogleTest case failed)."""
         environment = dict(os.environ, DBG_SOAK_COUNT=SOAK_COUNT, **test["environment"])
         process = subprocess.Popen(test["command"], cwd=test["cwd"], env=environment, stdin=subprocess.DEVNULL,
-                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True)
         try:
-            code = process.wait(timeout=limit)
+            output, _ = process.communicate(timeout=limit)
         except subprocess.TimeoutExpired:
             os.killpg(process.pid, signal.SIGKILL)
-            process.wait()
-            return "timed out"
+            process.communicate()
+            return "timed out", None
         finally:
             try:
                 os.killpg(process.pid, signal.SIGKILL)   # whatever the test left running
             except ProcessLookupError:
                 pass
-        return "passed" if code == 0 else "failed"
+        if process.returncode == 0:
+            return "passed", None
+        failed = re.search(rb"^\[  FAILED  \] ([^ ,\n]+)", output, re.M)
+        return "failed", failed.group(1).decode() if failed else None
+
+    def every_unit(self):
+        return list(self.programs.values()) + self.others
 
     def baseline(self):
-        """Every test once, unmutated: each must pass; their times order the runs."""
-        for test in self.tests:
+        """Every program and other test once, unmutated: each must pass;
+        their times order the runs."""
+        for test in self.every_unit():
             started = time.monotonic()
-            outcome = self.run_one(test, test["limit"])
+            outcome, case = self.run_one(test, test["limit"])
             self.seconds[test["name"]] = time.monotonic() - started
             if outcome != "passed":
-                raise RuntimeError("the unmutated suite fails: {} {}".format(test["name"], outcome))
+                raise RuntimeError("the unmutated suite fails: {} {} {}".format(test["name"], outcome, case or ""))
 
     def run(self, killers):
         """Runs until the first failure: (status, the test that decided it)."""
-        order = sorted(self.tests, key=lambda t: (-killers.get(t["name"], 0), self.seconds[t["name"]]))
-        for test in order:
-            limit = min(test["limit"], max(10.0, 5 * self.seconds[test["name"]]))
-            outcome = self.run_one(test, limit)
-            if outcome == "failed":
-                return "killed", test["name"]
-            if outcome == "timed out":
-                return "timed out", test["name"]
+        first = [name for name, _ in Counter(killers).most_common(KILLERS_FIRST) if name in self.cases]
+        for name in first:
+            outcome, _ = self.run_one(self.cases[name], 10.0)
+            if outcome != "passed":
+                return ("killed" if outcome == "failed" else outcome), name
+        for test in sorted(self.every_unit(), key=lambda t: self.seconds[t["name"]]):
+            outcome, case = self.run_one(test, min(test["limit"], 10.0 + 3 * self.seconds[test["name"]]))
+            if outcome != "passed":
+                return ("killed" if outcome == "failed" else outcome), case or test["name"]
         return "survived", None
 
 
@@ -369,6 +400,8 @@ def markdown(report):
 def describe(selection):
     if selection.get("since"):
         return "lines changed since {}".format(selection["since"])
+    if selection.get("match"):
+        return "the mutants matching {}".format(selection["match"])
     if selection.get("sample"):
         return "a sample of {} mutants, seed {}".format(selection["sample"], selection["seed"])
     return "every mutant of src/ and include/"
@@ -379,6 +412,7 @@ def main():
     parser.add_argument("--since", metavar="REV", help="mutate only the lines changed since REV")
     parser.add_argument("--sample", type=int, metavar="N", help="a fixed sample of N mutants from every file")
     parser.add_argument("--seed", type=int, default=17, help="the sample's seed (default 17)")
+    parser.add_argument("--match", metavar="REGEX", help="only the mutants whose identifier matches REGEX")
     parser.add_argument("--jobs", type=int, default=2, help="mutants built and tested at once (default 2)")
     parser.add_argument("--report", metavar="DIR",
                         help="where mutation.md and mutation.json go (default: docs/ for a whole run, "
@@ -403,6 +437,8 @@ def main():
                                              range(m.line, m.line + m.original.count("\n") + 1))]
     if arguments.sample:
         mutants = sample(mutants, arguments.sample, arguments.seed)
+    if arguments.match:
+        mutants = [m for m in mutants if re.search(arguments.match, m.identifier)]
     if arguments.list:
         for mutant in mutants:
             print("{}:{}\t{}".format(mutant.path, mutant.line, mutant.identifier))
@@ -417,19 +453,21 @@ def main():
                 "diff": diff_of(m, open(os.path.join(ROOT, m.path), "rb").read())}
                for m in mutants if m.identifier in equivalent]
 
-    log("{} mutants ({} listed as equivalent); the unmutated suite first".format(len(mutants), len(results)))
+    log("{} mutants ({} listed as equivalent) after {} s; the unmutated suite first".format(
+        len(mutants), len(results), round(time.monotonic() - started)))
     tests = [Tests(w) for w in workers]
     with concurrent.futures.ThreadPoolExecutor(len(workers)) as pool:
         for future in [pool.submit(t.baseline) for t in tests]:
             future.result()
+    log("the unmutated suite passes, after {} s".format(round(time.monotonic() - started)))
     run = Run(workers, tests, to_run)
     run.go()
     results += run.results
 
-    selection = {"since": arguments.since, "sample": arguments.sample,
+    selection = {"since": arguments.since, "sample": arguments.sample, "match": arguments.match,
                  "seed": arguments.seed if arguments.sample else None, "jobs": len(workers)}
     report = summarise(results, equivalent, time.monotonic() - started, selection)
-    whole = not arguments.since and not arguments.sample
+    whole = not (arguments.since or arguments.sample or arguments.match)
     directory = arguments.report or (os.path.join(ROOT, "docs") if whole else WORK)
     os.makedirs(directory, exist_ok=True)
     with open(os.path.join(directory, "mutation.json"), "w") as file:

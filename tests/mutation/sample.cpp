@@ -59,3 +59,12 @@ int halved(int count)
         total /= 2;
     return total;
 }
+
+int parsed(std::string const& text)
+{
+    try {
+        return std::stoi(text);
+    } catch (std::invalid_argument const&) {
+        return 0;
+    }
+}

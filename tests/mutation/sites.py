@@ -118,8 +118,15 @@ class SiteFinder:
 
     # ---- the walk ------------------------------------------------------------
 
+    def cursors(self, translation_unit):
+        """Every cursor of the wanted files, skipping the included headers'
+        declarations whole."""
+        for top in translation_unit.cursor.get_children():
+            if self.file_of(top) in self.wanted:
+                yield from top.walk_preorder()
+
     def run(self, translation_unit):
-        for cursor in translation_unit.cursor.walk_preorder():
+        for cursor in self.cursors(translation_unit):
             path = self.file_of(cursor)
             if path not in self.wanted:
                 continue
@@ -128,7 +135,7 @@ class SiteFinder:
             elif cursor.kind in FUNCTIONS:
                 result = cursor.result_type if cursor.kind in RESULT_FUNCTIONS else None
                 self.functions.append((*self.span(cursor), result))
-        for cursor in translation_unit.cursor.walk_preorder():
+        for cursor in self.cursors(translation_unit):
             path = self.file_of(cursor)
             if path not in self.wanted:
                 continue
@@ -245,8 +252,8 @@ class SiteFinder:
             elif values[0].kind != K.INTEGER_LITERAL:  # a constant's own mutants give 0
                 value = values[0]
                 returned = self.returned_type(statement)
-                if returned is not None and returned.kind not in (ci.TypeKind.LVALUEREFERENCE,
-                                                                  ci.TypeKind.RVALUEREFERENCE):
+                if returned is not None and returned.get_canonical().kind not in (ci.TypeKind.LVALUEREFERENCE,
+                                                                                  ci.TypeKind.RVALUEREFERENCE):
                     self.add(statement, "delete", *self.span(value), "{}")
             return
         if kind not in DELETABLE:
@@ -302,11 +309,7 @@ class SiteFinder:
             if not units:
                 self.add(cursor, "literal", start, start, "X", path)
                 continue
-            positions = [0] if len(units) == 1 else [0, len(units) - 1]
-            for index in positions:
-                offset = start + sum(len(u.encode()) for u in units[:index])
-                unit = units[index]
-                self.add(cursor, "literal", offset, offset + len(unit.encode()), changed_unit(unit), path)
+            self.add(cursor, "literal", start, start + len(units[0].encode()), changed_unit(units[0]), path)
 
     def call(self, cursor, path):
         name = cursor.spelling
@@ -374,7 +377,8 @@ class SiteFinder:
         declaration = self.text(path, start, end)
         if declaration.strip() == "...":
             self.add(cursor, "catch", start, end, "std::exception const&")
-        else:
+        elif not re.match(rb"\s*catch\b", self.wanted[path][cursor.extent.end.offset:]):
+            # Only the last handler may catch everything.
             self.add(cursor, "catch", start, end, "...")
 
 
