@@ -10,6 +10,7 @@ failure: those that killed mutants of the same file first, then the fastest.
 import argparse
 import concurrent.futures
 import difflib
+import hashlib
 import json
 import os
 import random
@@ -337,6 +338,11 @@ def score(counter):
     return round(100.0 * counter["killed"] / decided, 1) if decided else None
 
 
+def source_digest(path):
+    with open(os.path.join(ROOT, path), "rb") as file:
+        return hashlib.sha256(file.read()).hexdigest()
+
+
 def summarise(results, equivalent, seconds, arguments):
     statuses = ("killed", "survived", "equivalent", "does not build", "timed out")
     totals = Counter(r["status"] for r in results)
@@ -352,6 +358,7 @@ def summarise(results, equivalent, seconds, arguments):
     return {
         "run": {"selection": arguments, "seconds": round(seconds), "workers": arguments["jobs"],
                 "mutants": len(results)},
+        "sources": {path: source_digest(path) for path in sorted(per_file)},
         "totals": dict({s: totals[s] for s in statuses}, score=score(totals),
                        equivalent_share=round(100.0 * totals["equivalent"] / len(results), 1) if results else 0),
         "files": table(per_file),
