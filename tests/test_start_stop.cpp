@@ -39,7 +39,18 @@ struct SentDatagram {
 std::vector<SentDatagram> sentDatagrams;
 CoutCapture const* outputWhileSending = nullptr;
 
+// One bind call: the address's bytes, as many as passed.
+std::vector<std::string> boundAddresses;
+
 }  // namespace
+
+extern "C" int bind(int descriptor, sockaddr const* address, socklen_t length)
+{
+    using Bind = int (*)(int, sockaddr const*, socklen_t);
+    static Bind const next = reinterpret_cast<Bind>(dlsym(RTLD_NEXT, "bind"));
+    boundAddresses.emplace_back(reinterpret_cast<char const*>(address), length);
+    return next(descriptor, address, length);
+}
 
 extern "C" ssize_t sendto(int descriptor, void const* data, size_t size, int flags, sockaddr const* address,
                           socklen_t length)
@@ -71,6 +82,18 @@ std::string socketMessage(int error)
 }
 
 char const shutdownMessage[] = "VELTA : processing manual shutdown...\n";
+
+// A local address as stopCommand passes it: a whole sockaddr_un of 110
+// bytes, zero but for the family and the path.
+std::string wholeAddress(std::string const& path)
+{
+    sockaddr_un address;
+    std::memset(&address, 0, sizeof address);
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.data(), path.size());
+    EXPECT_EQ(sizeof address, 110u);
+    return std::string(reinterpret_cast<char const*>(&address), sizeof address);
+}
 
 bool isSocket(std::string const& path)
 {
@@ -305,14 +328,31 @@ TEST_F(StopTest, DestinationAddressIsTheGatewaysByteForByte)
     CoutCapture capture;
     observer.stopCommand();
     ASSERT_EQ(sentDatagrams.size(), 1u);
-    sockaddr_un expected;
-    std::memset(&expected, 0, sizeof expected);
-    expected.sun_family = AF_UNIX;
-    std::memcpy(expected.sun_path, listenerPath.data(), listenerPath.size());
-    ASSERT_EQ(sizeof expected, 110u);
     EXPECT_EQ(sentDatagrams[0].length, 110u);
-    EXPECT_EQ(sentDatagrams[0].destination, std::string(reinterpret_cast<char const*>(&expected), sizeof expected));
+    EXPECT_EQ(sentDatagrams[0].destination, wholeAddress(listenerPath));
     EXPECT_EQ(sentDatagrams[0].data, "q");
+}
+
+// The own address likewise: the whole structure, with the length 110.
+TEST_F(StopTest, OwnAddressIsBoundByteForByte)
+{
+    boundAddresses.clear();
+    CoutCapture capture;
+    observer.stopCommand();
+    EXPECT_EQ(boundAddresses, std::vector<std::string>{wholeAddress(ownPath)});
+}
+
+// The socket is given back whether the request went or bind failed.
+TEST_F(StopTest, NoDescriptorIsLeftOpen)
+{
+    std::vector<std::string> const before = entriesOf("/proc/self/fd");
+    {
+        CoutCapture capture;
+        observer.stopCommand();
+        observer.stopCommand();  // fails at bind: the first one's path is there
+        ASSERT_EQ(capture.text(), shutdownMessage + socketMessage(EADDRINUSE));
+    }
+    EXPECT_EQ(entriesOf("/proc/self/fd"), before);
 }
 
 // std::endl: the message is on its way to the operator before the datagram

@@ -338,6 +338,23 @@ def score(counter):
     return round(100.0 * counter["killed"] / decided, 1) if decided else None
 
 
+def carried_over(previous_report, mutants):
+    """The results of an earlier report that still hold: a mutant killed,
+    timed out or not building stays so while its file is unchanged, since
+    tests are only ever added. Survivors and changed files run again."""
+    with open(previous_report) as file:
+        previous = json.load(file)
+    decided = {m["id"]: m for m in previous["mutants"]
+               if m["status"] in ("killed", "timed out", "does not build")}
+    carried = []
+    for mutant in mutants:
+        earlier = decided.get(mutant.identifier)
+        if earlier and previous["sources"].get(mutant.path) == source_digest(mutant.path):
+            carried.append({"mutant": mutant, "status": earlier["status"], "test": earlier["test"],
+                            "seconds": earlier["seconds"], "diff": earlier["diff"], "carried": True})
+    return carried
+
+
 def source_digest(path):
     with open(os.path.join(ROOT, path), "rb") as file:
         return hashlib.sha256(file.read()).hexdigest()
@@ -357,7 +374,7 @@ def summarise(results, equivalent, seconds, arguments):
 
     return {
         "run": {"selection": arguments, "seconds": round(seconds), "workers": arguments["jobs"],
-                "mutants": len(results)},
+                "mutants": len(results), "carried_over": sum(1 for r in results if r.get("carried"))},
         "sources": {path: source_digest(path) for path in sorted(per_file)},
         "totals": dict({s: totals[s] for s in statuses}, score=score(totals),
                        equivalent_share=round(100.0 * totals["equivalent"] / len(results), 1) if results else 0),
@@ -381,7 +398,10 @@ def markdown(report):
              "{} equivalent ({}% of all), {} do not build, {} timed out; {} mutants.".format(
                  totals["score"], totals["killed"], totals["survived"], totals["equivalent"],
                  totals["equivalent_share"], totals["does not build"], totals["timed out"], run["mutants"]), "",
-             "Run time: {} min {} s with {} workers.".format(minutes, seconds, run["workers"]), ""]
+             "Run time: {} min {} s with {} workers{}.".format(
+                 minutes, seconds, run["workers"],
+                 "; {} results carried over from an earlier report (`--resume`), the others run anew".format(
+                     run["carried_over"]) if run["carried_over"] else ""), ""]
     for title, key in (("File", "files"), ("Operator", "operators")):
         lines += ["| {} | killed | survived | equivalent | does not build | timed out | score |".format(title),
                   "|---|---|---|---|---|---|---|"]
@@ -424,6 +444,9 @@ def main():
     parser.add_argument("--report", metavar="DIR",
                         help="where mutation.md and mutation.json go (default: docs/ for a whole run, "
                              "build/mutate/ otherwise)")
+    parser.add_argument("--resume", metavar="JSON",
+                        help="take the killed, timed out and unbuildable mutants of unchanged files from an "
+                             "earlier report (e.g. docs/mutation.json) and run only the others")
     parser.add_argument("--list", action="store_true", help="only list the mutants")
     parser.add_argument("--fail-on-survivor", action="store_true",
                         help="exit 1 when a mutant not listed as equivalent survives")
@@ -459,6 +482,10 @@ def main():
     results = [{"mutant": m, "status": "equivalent", "test": None, "seconds": 0,
                 "diff": diff_of(m, open(os.path.join(ROOT, m.path), "rb").read())}
                for m in mutants if m.identifier in equivalent]
+    carried = carried_over(arguments.resume, to_run) if arguments.resume else []
+    results += carried
+    carried_identifiers = {r["mutant"].identifier for r in carried}
+    to_run = [m for m in to_run if m.identifier not in carried_identifiers]
 
     log("{} mutants ({} listed as equivalent) after {} s; the unmutated suite first".format(
         len(mutants), len(results), round(time.monotonic() - started)))
@@ -472,6 +499,7 @@ def main():
     results += run.results
 
     selection = {"since": arguments.since, "sample": arguments.sample, "match": arguments.match,
+                 "resume": arguments.resume,
                  "seed": arguments.seed if arguments.sample else None, "jobs": len(workers)}
     report = summarise(results, equivalent, time.monotonic() - started, selection)
     whole = not (arguments.since or arguments.sample or arguments.match)
