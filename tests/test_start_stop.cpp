@@ -42,7 +42,18 @@ CoutCapture const* outputWhileSending = nullptr;
 // One bind call: the address's bytes, as many as passed.
 std::vector<std::string> boundAddresses;
 
+// The domain, type and protocol of one socket call.
+std::vector<std::vector<int>> socketsMade;
+
 }  // namespace
+
+extern "C" int socket(int domain, int type, int protocol)
+{
+    using Socket = int (*)(int, int, int);
+    static Socket const next = reinterpret_cast<Socket>(dlsym(RTLD_NEXT, "socket"));
+    socketsMade.push_back({domain, type, protocol});
+    return next(domain, type, protocol);
+}
 
 extern "C" int bind(int descriptor, sockaddr const* address, socklen_t length)
 {
@@ -340,6 +351,16 @@ TEST_F(StopTest, OwnAddressIsBoundByteForByte)
     CoutCapture capture;
     observer.stopCommand();
     EXPECT_EQ(boundAddresses, std::vector<std::string>{wholeAddress(ownPath)});
+}
+
+// A local datagram socket of protocol 0: other systems than this one need
+// not take another protocol number for it.
+TEST_F(StopTest, SocketIsALocalDatagramSocketOfProtocol0)
+{
+    socketsMade.clear();
+    CoutCapture capture;
+    observer.stopCommand();
+    EXPECT_EQ(socketsMade, (std::vector<std::vector<int>>{{AF_UNIX, SOCK_DGRAM, 0}}));
 }
 
 // The socket is given back whether the request went or bind failed.
