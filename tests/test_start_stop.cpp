@@ -47,6 +47,22 @@ std::vector<std::vector<int>> socketsMade;
 
 }  // namespace
 
+namespace {
+// When not 0, every successful close leaves errno at this value, as a
+// system may: errno after a successful call is unspecified.
+int errnoAfterClose = 0;
+}  // namespace
+
+extern "C" int close(int descriptor)
+{
+    using Close = int (*)(int);
+    static Close const next = reinterpret_cast<Close>(dlsym(RTLD_NEXT, "close"));
+    int const result = next(descriptor);
+    if (result == 0 && errnoAfterClose != 0)
+        errno = errnoAfterClose;
+    return result;
+}
+
 extern "C" int socket(int domain, int type, int protocol)
 {
     using Socket = int (*)(int, int, int);
@@ -412,6 +428,21 @@ TEST_F(StopTest, MessagesTakeTheWidthOfStdCout)
     EXPECT_EQ(capture.text(), paddedText(shutdownMessage, 51, '.') +
                                   paddedText("VELTA : cannot create debug socket (", 50, '.') +
                                   std::to_string(EADDRINUSE) + "\n");
+}
+
+// After a failed bind the socket is closed first; the message shows errno
+// as it is then.
+TEST_F(StopTest, BindFailureMessageFollowsTheClose)
+{
+    {
+        CoutCapture first;
+        observer.stopCommand();
+    }
+    CoutCapture capture;
+    errnoAfterClose = ENOTTY;
+    observer.stopCommand();
+    errnoAfterClose = 0;
+    EXPECT_EQ(capture.text(), socketMessage(ENOTTY));
 }
 
 TEST_F(StopTest, SecondStopFailsAtBindAndSendsNothing)
