@@ -69,6 +69,15 @@ TEST(ConsoleSinkOutput, StringTakesTheWidthAndFillOfStdCout)
     EXPECT_EQ(capture.text(), "****abcd");
 }
 
+// A character too is std::cout's own insertion of it.
+TEST(ConsoleSinkOutput, UnsignedCharTakesTheWidthAndFillOfStdCout)
+{
+    PaddedCoutCapture capture(3, '*');
+    DBG_Output console;
+    console << static_cast<unsigned char>('A') << static_cast<unsigned char>('B');
+    EXPECT_EQ(capture.text(), "**AB");
+}
+
 TEST(ConsoleSinkOutput, EmptyStringWritesNothing)
 {
     CoutCapture capture;
