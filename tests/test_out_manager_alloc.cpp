@@ -15,6 +15,7 @@
 
 namespace {
 int allocationsToFail = 0;
+long liveAllocations = 0;  // made by operator new and not deleted yet
 }
 
 void* operator new(std::size_t size)
@@ -23,19 +24,23 @@ void* operator new(std::size_t size)
         --allocationsToFail;
         throw std::bad_alloc();
     }
-    if (void* memory = std::malloc(size ? size : 1))
+    if (void* memory = std::malloc(size ? size : 1)) {
+        ++liveAllocations;
         return memory;
+    }
     throw std::bad_alloc();
 }
 
 void operator delete(void* memory) noexcept
 {
+    if (memory)
+        --liveAllocations;
     std::free(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    operator delete(memory);
 }
 
 class OutManagerAllocation : public ::testing::Test {
@@ -73,6 +78,17 @@ TEST_F(OutManagerAllocation, FailingFileSinkLeavesTheConsoleAndClosesTheOldFile)
     EXPECT_EQ(currentName(), "console");
     EXPECT_EQ(readFile(before), "kept");
     EXPECT_FALSE(fileExists(after));
+}
+
+// The maker's manager may throw what it likes from a registration: the
+// output manager passes it on and keeps nothing it had made.
+TEST_F(OutManagerAllocation, ForeignExceptionFromTheRegistrationLeavesNothingAllocated)
+{
+    imc_standin::setRecording(false);
+    imc_standin::injectFault(imc_standin::Operation::Registration, imc_standin::Fault::ForeignException, 1);
+    long const before = liveAllocations;
+    EXPECT_THROW(DBG_OutManager::instance(), imc_standin::NonStandardFault);
+    EXPECT_EQ(liveAllocations, before);
 }
 
 // A write into the IMC sink's buffer that fails leaves the stream bad; the
