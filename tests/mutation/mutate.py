@@ -306,11 +306,13 @@ class Run:
             started = time.monotonic()
             worker.write(mutant, mutant.apply(original))
             try:
-                code, _ = worker.compile()
+                code, output = worker.compile()
             except subprocess.TimeoutExpired:
-                code = 1
+                code, output = 1, "the build timed out"
             if code != 0:
-                status, test = "does not build", None
+                # The compiler's first error stands where the deciding test would.
+                errors = [line for line in output.splitlines() if "error" in line]
+                status, test = "does not build", (errors or output.splitlines() or ["?"])[0][:300]
             else:
                 with self.lock:
                     killers = dict(self.killers[mutant.path])

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <iostream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -67,4 +68,12 @@ int parsed(std::string const& text)
     } catch (std::invalid_argument const&) {
         return 0;
     }
+}
+
+// A stream of its own: no one else can set a width on it.
+std::string joined(std::string const& text)
+{
+    std::ostringstream local;
+    local << text << '.';
+    return local.str();
 }

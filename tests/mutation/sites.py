@@ -322,6 +322,27 @@ class SiteFinder:
             for argument in cursor.get_arguments():
                 self.system_call_argument(argument, path)
 
+    @staticmethod
+    def stream_owned_here(stream):
+        """Whether the stream a chain of insertions starts from is a local
+        variable or a data member: no one else can set a width on it."""
+        root = stream
+        while True:
+            children = list(root.get_children())
+            if root.kind == K.CALL_EXPR and root.spelling == "operator<<" and children:
+                root = children[0]
+            elif root.kind == K.UNEXPOSED_EXPR and children:
+                root = children[0]
+            else:
+                break
+        declaration = root.referenced
+        if declaration is None:
+            return False
+        if declaration.kind == K.FIELD_DECL:
+            return True
+        parent = declaration.semantic_parent
+        return declaration.kind == K.VAR_DECL and parent is not None and parent.kind in FUNCTIONS
+
     def insertion(self, cursor, stream, value, path):
         if "basic_ostream" not in stream.type.get_canonical().spelling:
             return
@@ -334,6 +355,8 @@ class SiteFinder:
                 self.add(value, "endl", *self.span(value), '"\\n"')
             else:
                 self.add(cursor, "flush", start, end, stream_text)
+            return
+        if self.stream_owned_here(stream):
             return
         value_type = value.type.get_canonical()
         type_name = value_type.spelling
