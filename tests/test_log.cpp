@@ -76,6 +76,19 @@ TEST_F(LogTest, PercentSignsAtStartEndAndSideBySide)
                               "text:x%%%%%%", "flush:0:o:5"}));
 }
 
+TEST_F(LogTest, EachTextIsEscapedAloneWhateverCameBefore)
+{
+    std::string const longer = std::string(300, 'a') + "%" + std::string(300, 'b');
+    DBG_Log const log;
+    log.trace(longer, "o", 1);
+    log.trace("x%", "o", 2);
+    log.error("%", "%", "o", 3);
+    log.trace("%y", "o", 4);
+    EXPECT_EQ(events, (Events{"text:" + std::string(300, 'a') + "%%" + std::string(300, 'b'), "flush:0:o:1",
+                              "text:x%%", "flush:0:o:2", "text:%%", "text:(", "text:%", "text:)",
+                              "flush:1:o:3", "text:%%y", "flush:0:o:4"}));
+}
+
 TEST_F(LogTest, EmptyTraceInsertsAnEmptyTextAndStillFlushes)
 {
     DBG_Log const log;

@@ -1,6 +1,5 @@
 #include "DBG_Log.h"
 
-#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <stdexcept>
@@ -11,28 +10,34 @@
 namespace {
 
 // Every "%" becomes "%%": sinks downstream may treat the text as a format.
-// Built in one pass into a string sized once.
-std::string escapePercent(std::string const& text)
+// The escaped text goes into a buffer of the calling thread, kept from one
+// trace to the next, so that only the first traces of a thread allocate.
+// Loggers take no lock, so the buffer is the thread's own; it is in use only
+// while the manager's insertion runs, and no sink traces from there.
+// `sign` is the text's first "%".
+std::string const& escapePercent(std::string const& text, char const* sign)
 {
-    std::string escaped;
-    escaped.reserve(text.size() + std::count(text.begin(), text.end(), '%'));
-    std::string::size_type start = 0;
-    std::string::size_type position;
-    while ((position = text.find('%', start)) != std::string::npos) {
-        escaped.append(text, start, position + 1 - start);
+    thread_local std::string escaped;
+    escaped.clear();
+    char const* start = text.data();
+    char const* const end = start + text.size();
+    while (sign) {
+        escaped.append(start, std::size_t(sign + 1 - start));
         escaped += '%';
-        start = position + 1;
+        start = sign + 1;
+        sign = static_cast<char const*>(std::memchr(start, '%', std::size_t(end - start)));
     }
-    escaped.append(text, start, std::string::npos);
+    escaped.append(start, std::size_t(end - start));
     return escaped;
 }
 
 // Most texts hold no "%": they go in as they are, without a copy.
 DBG_OutManager& insertEscaped(DBG_OutManager& out, std::string const& text)
 {
-    if (!std::memchr(text.data(), '%', text.size()))
+    char const* const sign = static_cast<char const*>(std::memchr(text.data(), '%', text.size()));
+    if (!sign)
         return out << text;
-    return out << escapePercent(text);
+    return out << escapePercent(text, sign);
 }
 
 }  // namespace
@@ -58,7 +63,10 @@ void DBG_Log::trace(std::string const& text, std::string const& origin, int line
 void DBG_Log::error(std::string const& text, std::string const& detail,
                     std::string const& origin, int line) const
 {
-    insertEscaped(*m_out, text) << "(" << detail << ")";
+    // Built once: the parentheses go to the manager as strings.
+    static std::string const open("(");
+    static std::string const close(")");
+    insertEscaped(*m_out, text) << open << detail << close;
     m_out->flush(true, origin, line);
 }
 
