@@ -9,18 +9,24 @@
 
 namespace {
 
-// Every "%" becomes "%%": sinks downstream may treat the text as a format.
-// The escaped text goes into a buffer of the calling thread, kept from one
-// trace to the next, so that only a thread's first traces allocate. Loggers
-// take no lock, so the buffer is the thread's own; it is in use only while
-// the manager's insertion runs, and no sink traces from there. `sign` is the
-// text's first "%".
-std::string const& escapePercent(std::string const& text, char const* sign)
+// Set when the calling thread's escape buffer is destroyed: at the thread's
+// end, or at exit for the main thread, before the static objects'
+// destructors, which may still trace. Plain and never destroyed itself.
+thread_local bool escapeBufferGone __attribute__((tls_model("initial-exec"))) = false;
+
+// The thread's buffer for escaped texts, kept from one trace to the next, so
+// that only a thread's first traces allocate. Loggers take no lock, so the
+// buffer is the thread's own; it is in use only while the manager's
+// insertion runs, and no sink traces from there.
+struct EscapeBuffer {
+    ~EscapeBuffer() { escapeBufferGone = true; }
+    std::string text;
+};
+
+// Every "%" becomes "%%" (sinks downstream may treat the text as a format),
+// written into `escaped`. `sign` is the text's first "%".
+std::string const& escapePercent(std::string const& text, char const* sign, std::string& escaped)
 {
-    // initial-exec: reached without a call into the dynamic loader; a
-    // library opened with dlopen takes these few bytes from the static
-    // thread-local reserve.
-    static thread_local std::string escaped __attribute__((tls_model("initial-exec")));
     char const* in = text.data();
     char const* const end = in + text.size();
     // Room for the worst case (every byte from the first sign on a "%"),
@@ -42,8 +48,9 @@ std::string const& escapePercent(std::string const& text, char const* sign)
     std::memcpy(out, in, std::size_t(end - in));
     out += end - in;
 #else
-    // Elsewhere, the board's 32-bit PowerPC among them, each call of memchr
-    // or memcpy costs more than one pass over the bytes.
+    // Elsewhere, the board's 32-bit PowerPC among them, a call of memchr or
+    // memcpy per stretch costs more than the bytes: what comes before the
+    // first sign is copied at once, the rest in one pass.
     std::size_t const before = std::size_t(sign - in);
     std::memcpy(out, in, before);
     out += before;
@@ -64,7 +71,15 @@ DBG_OutManager& insertEscaped(DBG_OutManager& out, std::string const& text)
     char const* const sign = static_cast<char const*>(std::memchr(text.data(), '%', text.size()));
     if (!sign)
         return out << text;
-    return out << escapePercent(text, sign);
+    if (escapeBufferGone) {
+        std::string escaped;
+        return out << escapePercent(text, sign, escaped);
+    }
+    // initial-exec: reached without a call into the dynamic loader; a
+    // library opened with dlopen takes these few bytes from the static
+    // thread-local reserve.
+    static thread_local EscapeBuffer buffer __attribute__((tls_model("initial-exec")));
+    return out << escapePercent(text, sign, buffer.text);
 }
 
 }  // namespace
@@ -90,10 +105,7 @@ void DBG_Log::trace(std::string const& text, std::string const& origin, int line
 void DBG_Log::error(std::string const& text, std::string const& detail,
                     std::string const& origin, int line) const
 {
-    // Built once: the parentheses go to the manager as strings.
-    static std::string const open("(");
-    static std::string const close(")");
-    insertEscaped(*m_out, text) << open << detail << close;
+    insertEscaped(*m_out, text) << "(" << detail << ")";
     m_out->flush(true, origin, line);
 }
 
