@@ -24,8 +24,10 @@ struct EscapeBuffer {
 };
 
 // Every "%" becomes "%%" (sinks downstream may treat the text as a format),
-// written into `escaped`. `sign` is the text's first "%".
-std::string const& escapePercent(std::string const& text, char const* sign, std::string& escaped)
+// written into `escaped`. `sign` is the text's first "%". Inlined in both
+// callers: as a call of its own it cost a "%" trace about 20 instructions.
+inline __attribute__((always_inline)) std::string const& escapePercent(std::string const& text, char const* sign,
+                                                                       std::string& escaped)
 {
     char const* in = text.data();
     char const* const end = in + text.size();
@@ -65,16 +67,22 @@ std::string const& escapePercent(std::string const& text, char const* sign, std:
     return escaped;
 }
 
+// For the traces made once the thread's buffer is gone.
+__attribute__((cold, noinline)) DBG_OutManager& insertEscapedAlone(DBG_OutManager& out, std::string const& text,
+                                                                    char const* sign)
+{
+    std::string escaped;
+    return out << escapePercent(text, sign, escaped);
+}
+
 // Most texts hold no "%": they go in as they are, without a copy.
 DBG_OutManager& insertEscaped(DBG_OutManager& out, std::string const& text)
 {
     char const* const sign = static_cast<char const*>(std::memchr(text.data(), '%', text.size()));
     if (!sign)
         return out << text;
-    if (escapeBufferGone) {
-        std::string escaped;
-        return out << escapePercent(text, sign, escaped);
-    }
+    if (escapeBufferGone)
+        return insertEscapedAlone(out, text, sign);
     // initial-exec: reached without a call into the dynamic loader; a
     // library opened with dlopen takes these few bytes from the static
     // thread-local reserve.
