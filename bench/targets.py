@@ -1,7 +1,8 @@
 """Reads what ./run bench measured and checks the performance targets.
 
-The targets are in Callgrind instructions and allocation counts, which repeat
-from run to run; times vary with the load of the host and are only reported."""
+The targets are in instructions (Callgrind's on the host, the qemu plugin's
+for PowerPC) and allocation counts, which repeat from run to run; times vary
+with the load of the host and are only reported."""
 
 import glob
 import json
