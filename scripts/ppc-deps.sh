@@ -281,8 +281,12 @@ QEMU_PREFIX=$CACHE_DIR/qemu
 
 fetch_qemu_plugin_header() {
   local version key
-  version=$(dpkg-query -W -f='${source:Version}' qemu-user 2>/dev/null) ||
-    die "the qemu plugin header needs Debian's qemu-user (qemu-ppc with plugin support)"
+  # qemu-user-static, which the tests can use instead, loads no plugin.
+  if ! pkg_installed qemu-user; then
+    log "qemu plugin header: skipped, qemu-user is not installed (./run bench installs it)"
+    return 0
+  fi
+  version=$(dpkg-query -W -f='${source:Version}' qemu-user)
   key="qemu=$version prefix=$QEMU_PREFIX"
   if stamp_ok qemu-plugin "$key" && [ -f "$QEMU_PREFIX/include/qemu-plugin.h" ]; then
     log "qemu plugin header: up to date ($QEMU_PREFIX)"
