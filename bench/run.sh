@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Runs the benchmarks of an optimised build and regenerates the tables of
-# docs/performance.md and its plot. Called by ./run bench after the build.
+# docs/performance.md and its plots. Called by ./run bench after the build;
+# with DBG_PPC_PREFIX set (the cross toolchain is there) it also counts the
+# PowerPC build (build/ppc-bench) under qemu-ppc with the counting plugin.
 # With --strict it exits 1, after writing the page, when a target does not
 # hold; other arguments go to the Google Benchmark program (e.g. a filter).
 set -euo pipefail
@@ -19,7 +21,7 @@ done
 build=build/bench
 results=$build/results
 rm -rf "$results"
-mkdir -p "$results/callgrind"
+mkdir -p "$results/callgrind" "$results/callgrind-load"
 
 # Repetitions run interleaved in random order, so that a trace and its
 # reference see the same load on a shared host.
@@ -36,12 +38,36 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 valgrind --tool=callgrind --collect-atstart=no \
     --callgrind-out-file="$results/callgrind/cg.out" \
-    "$build/bench/dbg_trace_count" "$scratch" >/dev/null 2>"$results/callgrind/valgrind.log"
+    "$build/bench/dbg_trace_count" "$scratch" "$results/callgrind/trace-cases.txt" \
+    >/dev/null 2>"$results/callgrind/valgrind.log"
+valgrind --tool=callgrind --collect-atstart=no \
+    --callgrind-out-file="$results/callgrind-load/cg.out" \
+    "$build/bench/dbg_load_count" "$results/callgrind-load/load-cases.txt" 2>"$results/callgrind-load/valgrind.log"
+
+board=()
+if [ -n "${DBG_PPC_PREFIX:-}" ]; then
+    echo "bench: PowerPC instruction counts under qemu-ppc" >&2
+    ppc=build/ppc-bench
+    mkdir -p "$results/qemu"
+    qemu=(qemu-ppc -L /usr/powerpc-linux-gnu -plugin "$build/bench/libdbg_count_plugin.so" -d plugin)
+    "${qemu[@]}" -D "$results/qemu/trace-counts.txt" \
+        "$ppc/bench/dbg_trace_count" "$scratch" "$results/qemu/trace-cases.txt" >/dev/null
+    "${qemu[@]}" -D "$results/qemu/load-counts.txt" "$ppc/bench/dbg_load_count" "$results/qemu/load-cases.txt"
+    powerpc-linux-gnu-strip -o "$scratch/libdbg.so" "$ppc/libdbg.so"
+    powerpc-linux-gnu-strip -o "$scratch/spdlog.so" "$ppc/bench/libdbg_spdlog_size.so"
+    printf 'libdbg %s\nspdlog %s\n' "$(stat -c %s "$scratch/libdbg.so")" "$(stat -c %s "$scratch/spdlog.so")" \
+        >"$results/qemu/sizes.txt"
+    { qemu-ppc --version | head -n 1; powerpc-linux-gnu-g++ --version | head -n 1; g++ --version | head -n 1; } \
+        >"$results/qemu/versions.txt"
+    board=(--board "$results/qemu")
+fi
 
 status=0
 python3 -B bench/report.py --json "$results/dbg_bench.json" "$results/dbg_bench_load.json" \
-    --callgrind "$results/callgrind" --operations 10000 \
-    --doc docs/performance.md --plot-data "$results/plot.dat" "${strict[@]}" || status=$?
+    --callgrind "$results/callgrind" --callgrind-load "$results/callgrind-load" --operations 10000 \
+    "${board[@]}" --doc docs/performance.md --plot-data "$results/plot.dat" \
+    --instruction-plot-data "$results/instructions.dat" "${strict[@]}" || status=$?
 gnuplot -e "datafile='$results/plot.dat'; outfile='docs/performance.png'" bench/plot.gp
-echo "bench: docs/performance.md and docs/performance.png regenerated" >&2
+gnuplot -e "datafile='$results/instructions.dat'; outfile='docs/instructions.png'" bench/instructions.gp
+echo "bench: docs/performance.md, docs/performance.png and docs/instructions.png regenerated" >&2
 exit "$status"
