@@ -1,16 +1,21 @@
 #!/usr/bin/env bash
-# Runs the benchmarks of an optimised build and regenerates the tables of
-# docs/performance.md and its plot. Called by ./run bench after the build.
-# With --strict it exits 1, after writing the page, when a target does not
-# hold; other arguments go to the Google Benchmark program (e.g. a filter).
+# Runs the benchmarks of an optimised build and writes the page of results
+# and its plot: build/bench/performance.md and .png, or, with --update-docs,
+# the committed docs/performance.md and .png. Called by ./run bench after
+# the build. With --strict it exits 1, after writing the page, when a target
+# does not hold; other arguments go to the Google Benchmark program (e.g. a
+# filter).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 strict=()
+pages=build/bench
 benchmark_arguments=()
 for argument in "$@"; do
     if [ "$argument" = --strict ]; then
         strict=(--strict)
+    elif [ "$argument" = --update-docs ]; then
+        pages=docs
     else
         benchmark_arguments+=("$argument")
     fi
@@ -39,9 +44,11 @@ valgrind --tool=callgrind --collect-atstart=no \
     "$build/bench/dbg_trace_count" "$scratch" >/dev/null 2>"$results/callgrind/valgrind.log"
 
 status=0
+# The page's text around the generated tables is the committed one.
+[ "$pages" = docs ] || cp docs/performance.md "$pages/performance.md"
 python3 -B bench/report.py --json "$results/dbg_bench.json" "$results/dbg_bench_load.json" \
     --callgrind "$results/callgrind" --operations 10000 \
-    --doc docs/performance.md --plot-data "$results/plot.dat" "${strict[@]}" || status=$?
-gnuplot -e "datafile='$results/plot.dat'; outfile='docs/performance.png'" bench/plot.gp
-echo "bench: docs/performance.md and docs/performance.png regenerated" >&2
+    --doc "$pages/performance.md" --plot-data "$results/plot.dat" "${strict[@]}" || status=$?
+gnuplot -e "datafile='$results/plot.dat'; outfile='$pages/performance.png'" bench/plot.gp
+echo "bench: $pages/performance.md and $pages/performance.png written" >&2
 exit "$status"
