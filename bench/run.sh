@@ -21,6 +21,13 @@ for argument in "$@"; do
     fi
 done
 
+# The benchmarks' files go to a directory of this run's own, in /dev/shm
+# where there is one (no disk write-back to disturb the clock): fixed
+# names there may belong to another user's run.
+bench_files=$(mktemp -d /dev/shm/dbg-bench.XXXXXX 2>/dev/null || mktemp -d)
+export DBG_BENCH_DIR=$bench_files
+trap 'rm -rf "$bench_files"' EXIT
+
 build=build/bench
 results=$build/results
 rm -rf "$results"
@@ -38,7 +45,7 @@ echo "bench: Google Benchmark (report on standard error)" >&2
 
 echo "bench: Callgrind instruction counts" >&2
 scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+trap 'rm -rf "$scratch" "$bench_files"' EXIT
 valgrind --tool=callgrind --collect-atstart=no \
     --callgrind-out-file="$results/callgrind/cg.out" \
     "$build/bench/dbg_trace_count" "$scratch" >/dev/null 2>"$results/callgrind/valgrind.log"
