@@ -1,6 +1,8 @@
 #include "ReferenceModels.h"
 
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 std::string percentDoubled(std::string const& text)
 {
@@ -69,4 +71,13 @@ unsigned long takeTraces(std::string& text, unsigned long& step, std::string (*w
         ++step;
         ++taken;
     }
+}
+
+std::vector<unsigned char> configurationRequestModel(unsigned char identifier)
+{
+    std::vector<unsigned char> bytes(2060, 0);
+    bytes[2] = identifier;
+    std::uint32_t const code = 600;
+    std::memcpy(&bytes[8], &code, sizeof code);
+    return bytes;
 }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 // What the logger hands on: every "%" doubled, nothing else changed.
 std::string percentDoubled(std::string const& text);
@@ -22,5 +23,10 @@ std::string trafficTrace(unsigned long step);
 // `wrap` turns one trace into the way it is shown. Returns the count taken.
 unsigned long takeTraces(std::string& text, unsigned long& step,
                          std::string (*wrap)(std::string const&) = nullptr);
+
+// The configuration request as the manager must receive it: 2060 bytes,
+// zero but for the identifier byte at offset 2 and the code 600 at offset 8,
+// in this processor's byte order.
+std::vector<unsigned char> configurationRequestModel(unsigned char identifier);
 
 #endif
