@@ -1,22 +1,34 @@
 #!/usr/bin/env bash
-# Runs the benchmarks of an optimised build and regenerates the tables of
-# docs/performance.md and its plots. Called by ./run bench after the build;
-# with DBG_PPC_PREFIX set (the cross toolchain is there) it also counts the
-# PowerPC build (build/ppc-bench) under qemu-ppc with the counting plugin.
-# With --strict it exits 1, after writing the page, when a target does not
-# hold; other arguments go to the Google Benchmark program (e.g. a filter).
+# Runs the benchmarks of an optimised build and writes the page of results
+# and its plots: build/bench/performance.md and its .png files, or, with
+# --update-docs, the committed docs/performance.md and plots. Called by
+# ./run bench after the build; with DBG_PPC_PREFIX set (the cross toolchain
+# is there) it also counts the PowerPC build (build/ppc-bench) under
+# qemu-ppc with the counting plugin. With --strict it exits 1, after
+# writing the page, when a target does not hold; other arguments go to the
+# Google Benchmark program (e.g. a filter).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 strict=()
+pages=build/bench
 benchmark_arguments=()
 for argument in "$@"; do
     if [ "$argument" = --strict ]; then
         strict=(--strict)
+    elif [ "$argument" = --update-docs ]; then
+        pages=docs
     else
         benchmark_arguments+=("$argument")
     fi
 done
+
+# The benchmarks' files go to a directory of this run's own, in /dev/shm
+# where there is one (no disk write-back to disturb the clock): fixed
+# names there may belong to another user's run.
+bench_files=$(mktemp -d /dev/shm/dbg-bench.XXXXXX 2>/dev/null || mktemp -d)
+export DBG_BENCH_DIR=$bench_files
+trap 'rm -rf "$bench_files"' EXIT
 
 build=build/bench
 results=$build/results
@@ -35,7 +47,7 @@ echo "bench: Google Benchmark (report on standard error)" >&2
 
 echo "bench: Callgrind instruction counts" >&2
 scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+trap 'rm -rf "$scratch" "$bench_files"' EXIT
 valgrind --tool=callgrind --collect-atstart=no \
     --callgrind-out-file="$results/callgrind/cg.out" \
     "$build/bench/dbg_trace_count" "$scratch" "$results/callgrind/trace-cases.txt" \
@@ -63,11 +75,13 @@ if [ -n "${DBG_PPC_PREFIX:-}" ]; then
 fi
 
 status=0
+# The page's text around the generated tables is the committed one.
+[ "$pages" = docs ] || cp docs/performance.md "$pages/performance.md"
 python3 -B bench/report.py --json "$results/dbg_bench.json" "$results/dbg_bench_load.json" \
     --callgrind "$results/callgrind" --callgrind-load "$results/callgrind-load" --operations 10000 \
-    "${board[@]}" --doc docs/performance.md --plot-data "$results/plot.dat" \
+    "${board[@]}" --doc "$pages/performance.md" --plot-data "$results/plot.dat" \
     --instruction-plot-data "$results/instructions.dat" "${strict[@]}" || status=$?
-gnuplot -e "datafile='$results/plot.dat'; outfile='docs/performance.png'" bench/plot.gp
-gnuplot -e "datafile='$results/instructions.dat'; outfile='docs/instructions.png'" bench/instructions.gp
-echo "bench: docs/performance.md, docs/performance.png and docs/instructions.png regenerated" >&2
+gnuplot -e "datafile='$results/plot.dat'; outfile='$pages/performance.png'" bench/plot.gp
+gnuplot -e "datafile='$results/instructions.dat'; outfile='$pages/instructions.png'" bench/instructions.gp
+echo "bench: $pages/performance.md, performance.png and instructions.png written" >&2
 exit "$status"
