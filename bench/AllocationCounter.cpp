@@ -9,6 +9,7 @@ namespace bench {
 
 bool countingAllocations = false;
 std::uint64_t allocationCount = 0;
+std::uint64_t allocatedBytes = 0;
 
 }  // namespace bench
 
@@ -16,8 +17,10 @@ namespace {
 
 void* allocate(std::size_t size)
 {
-    if (bench::countingAllocations)
+    if (bench::countingAllocations) {
         ++bench::allocationCount;
+        bench::allocatedBytes += size;
+    }
     if (void* memory = std::malloc(size ? size : 1))
         return memory;
     throw std::bad_alloc();
@@ -25,8 +28,10 @@ void* allocate(std::size_t size)
 
 void* allocateAligned(std::size_t size, std::align_val_t alignment)
 {
-    if (bench::countingAllocations)
+    if (bench::countingAllocations) {
         ++bench::allocationCount;
+        bench::allocatedBytes += size;
+    }
     std::size_t const align = static_cast<std::size_t>(alignment);
     std::size_t const rounded = (size + align - 1) / align * align;
     if (void* memory = std::aligned_alloc(align, rounded ? rounded : align))

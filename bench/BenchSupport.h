@@ -3,6 +3,8 @@
 #ifndef DBG_BENCH_BENCHSUPPORT_H
 #define DBG_BENCH_BENCHSUPPORT_H
 
+#include <dlfcn.h>
+
 #include <cstddef>
 #include <string>
 
@@ -32,6 +34,16 @@ inline std::string message(std::size_t size, bool percent)
             text[k * (size - 1) / count] = '%';
     }
     return text;
+}
+
+// True when no library loaded from `path` is left in the process.
+inline bool unloaded(char const* path)
+{
+    void* handle = dlopen(path, RTLD_NOW | RTLD_LOCAL | RTLD_NOLOAD);
+    if (!handle)
+        return true;
+    dlclose(handle);
+    return false;
 }
 
 }  // namespace bench

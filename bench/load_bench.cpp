@@ -8,21 +8,12 @@
 #include <string>
 
 #include "AllocationCounter.h"
+#include "BenchSupport.h"
 #include "IMC_StandIn.h"
 
 namespace {
 
 char const libraryPath[] = DBG_LIBRARY_PATH;
-
-// True when no libdbg.so is left in the process.
-bool unloaded()
-{
-    void* handle = dlopen(libraryPath, RTLD_NOW | RTLD_LOCAL | RTLD_NOLOAD);
-    if (!handle)
-        return true;
-    dlclose(handle);
-    return false;
-}
 
 void loadUnloadBench(benchmark::State& state)
 {
@@ -33,7 +24,7 @@ void loadUnloadBench(benchmark::State& state)
         return;
     }
     dlclose(handle);
-    if (!unloaded()) {
+    if (!bench::unloaded(libraryPath)) {
         state.SkipWithError("libdbg.so stays loaded after dlclose");
         return;
     }
@@ -48,7 +39,7 @@ void loadUnloadBench(benchmark::State& state)
     }
     allocations.pause();
     state.counters["allocs/op"] = allocations.perOperation(state.iterations());
-    if (!unloaded())
+    if (!bench::unloaded(libraryPath))
         state.SkipWithError("libdbg.so stays loaded after dlclose");
 }
 

@@ -24,6 +24,16 @@ def allocs(value):
     return f"{value:.2f}".rstrip("0").rstrip(".") if value else "0"
 
 
+# The references beside the 64-byte traces, in the tables of both architectures.
+REFERENCE_ROWS = [
+    ("*IMC stand-in alone (`instance` + `trace`), short origin*", targets.IMC_STANDIN64),
+    ("*bare `std::ofstream::write`*", targets.OFSTREAM64),
+    ("*bare `std::fwrite`*", "ref/fwrite/64"),
+    ("*`std::ostringstream` write + `str()`*", targets.OSTRINGSTREAM64),
+    ("*spdlog, file sink, `%v`*", targets.SPDLOG64),
+]
+
+
 class Page:
     """The generated section, line by line, with the cells of its tables."""
 
@@ -114,12 +124,7 @@ def write_traces(page):
         ("error, file sink", "error/file/64/plain/short"),
         ("trace, IMC sink, short origin", targets.IMC64),
         ("trace, IMC sink, long origin", "trace/imc/64/plain/long"),
-        ("*IMC stand-in alone (`instance` + `trace`), short origin*", targets.IMC_STANDIN64),
-        ("*bare `std::ofstream::write`*", targets.OFSTREAM64),
-        ("*bare `std::fwrite`*", "ref/fwrite/64"),
-        ("*`std::ostringstream` write + `str()`*", targets.OSTRINGSTREAM64),
-        ("*spdlog, file sink, `%v`*", targets.SPDLOG64),
-    ]
+    ] + REFERENCE_ROWS
     page.table(["Operation", "Time", "Allocations", "Instructions"],
                [page.measured(label, name) for label, name in rows])
 
@@ -188,6 +193,116 @@ def write_others(page):
                [page.measured(label, name) for label, name in rows])
 
 
+BOARD_ROWS = [
+    ("trace, console sink, short origin", "trace/console/64/plain/short"),
+    ("trace, console sink, long origin", "trace/console/64/plain/long"),
+    ("trace with \"%\", console sink", "trace/console/64/percent/short"),
+    ("error, console sink", "error/console/64/plain/short"),
+    ("trace, file sink, short origin", targets.FILE64),
+    ("trace, file sink, long origin", "trace/file/64/plain/long"),
+    ("trace with \"%\", file sink", "trace/file/64/percent/short"),
+    ("error, file sink", targets.ERROR64),
+    ("trace, IMC sink, short origin", targets.IMC64),
+    ("trace, IMC sink, long origin", "trace/imc/64/plain/long"),
+    ("trace with \"%\", IMC sink", "trace/imc/64/percent/short"),
+    ("error, IMC sink", "error/imc/64/plain/short"),
+] + REFERENCE_ROWS
+
+
+class Board:
+    """What the PowerPC run under qemu-ppc measured (bench/run.sh's files)."""
+
+    def __init__(self, directory, operations):
+        self.counts = targets.load_plugin_counts(directory + "/trace-counts.txt",
+                                                 directory + "/trace-cases.txt", operations)
+        self.cases = targets.load_cases(directory + "/trace-cases.txt")
+        self.load_counts = targets.load_plugin_counts(directory + "/load-counts.txt",
+                                                      directory + "/load-cases.txt", 1)
+        self.load_cases = targets.load_cases(directory + "/load-cases.txt")
+        self.sizes = targets.load_cases(directory + "/sizes.txt")
+        with open(directory + "/versions.txt") as stream:
+            self.versions = [line.strip() for line in stream if line.strip()]
+
+
+def count(counts, name):
+    return f"{counts[name]:,.0f}" if name in counts else "–"
+
+
+def write_board(page, board, host_cases, host_load, host_load_counts):
+    page.out("### PowerPC board: instructions under qemu-ppc")
+    page.out()
+    page.out("The same counting driver (`bench/trace_count.cpp`), cross-built for 32-bit big-endian "
+             "PowerPC and run under qemu's user-mode emulator with the project's counting plugin "
+             "(`bench/qemu/count_plugin.c`), beside Callgrind's count of the host build. "
+             f"Emulator and compilers: {'; '.join(board.versions)}. "
+             "Instructions are per operation (10 000 operations, setup and warm-up excluded); "
+             "allocations are calls of `operator new` per operation after a warm-up of 100. "
+             "Times under emulation say nothing of the board's and are not reported.")
+    page.out()
+    page.table(["Operation", "x86-64 instructions", "PowerPC instructions", "PowerPC ÷ x86-64",
+                "Allocations (x86-64 / PowerPC)"],
+               [[label, count(page.counts, name), count(board.counts, name),
+                 "–" if name not in page.counts or name not in board.counts
+                 else f"{board.counts[name] / page.counts[name]:.2f}",
+                 f"{allocs(host_cases[name][0]) if name in host_cases else '–'} / "
+                 f"{allocs(board.cases[name][0]) if name in board.cases else '–'}"]
+                for label, name in BOARD_ROWS])
+    ratios = [
+        ("64-byte trace to a file ÷ bare `std::ofstream::write`", targets.FILE64, targets.OFSTREAM64),
+        ("64-byte trace to a file ÷ spdlog (file sink, `%v`)", targets.FILE64, targets.SPDLOG64),
+        ("64-byte trace with \"%\" ÷ without, file sink", "trace/file/64/percent/short", targets.FILE64),
+        ("64-byte error ÷ trace, file sink", targets.ERROR64, targets.FILE64),
+        ("64-byte trace with \"%\" ÷ without, console sink", "trace/console/64/percent/short",
+         "trace/console/64/plain/short"),
+        ("64-byte error ÷ trace, console sink", "error/console/64/plain/short", "trace/console/64/plain/short"),
+    ]
+
+    def ratio(counts, a, b):
+        value = targets.instruction_ratio(counts, a, b)
+        return "–" if value is None else f"{value:.2f}"
+
+    page.table(["Instruction ratio", "x86-64", "PowerPC"],
+               [[label, ratio(page.counts, a, b), ratio(board.counts, a, b)] for label, a, b in ratios])
+
+    page.out("Loading and unloading libdbg.so (`bench/load_count.cpp`: a program that does not link "
+             "the library, one `dlopen` and `dlclose` before the counted pair): the instructions, and "
+             "the heap the name tables take at load, which is what they hold while loaded.")
+    page.out()
+
+    def heap(cases, name):
+        if name not in cases:
+            return "–"
+        allocations, size = cases[name]
+        return f"{allocations:,.0f} allocations, {size:,.0f} bytes"
+
+    rows = []
+    for label, name in (("`dlopen` of libdbg.so", "load/libdbg"), ("`dlclose` of libdbg.so", "unload/libdbg")):
+        rows.append([label, count(host_load_counts, name), count(board.load_counts, name),
+                     heap(host_load, name), heap(board.load_cases, name)])
+    page.table(["Operation", "x86-64 instructions", "PowerPC instructions", "x86-64 heap", "PowerPC heap"], rows)
+
+    page.out("Sizes for powerpc, optimised (the same flags for both) and stripped: "
+             f"libdbg.so {board.sizes['libdbg'][0]:,.0f} bytes; spdlog as the reference uses it "
+             f"(file sink, `%v` pattern, `info`; header-only, fmt header-only), alone in a shared "
+             f"library, {board.sizes['spdlog'][0]:,.0f} bytes.")
+    page.out()
+
+
+def write_instruction_plot_data(counts, board, path):
+    """Instructions per operation on both architectures, one row per bar pair."""
+    rows = [("trace, file", targets.FILE64), ("trace, file, long origin", "trace/file/64/plain/long"),
+            ("trace with %, file", "trace/file/64/percent/short"), ("error, file", targets.ERROR64),
+            ("trace, console", "trace/console/64/plain/short"), ("trace, IMC", targets.IMC64),
+            ("ofstream::write", targets.OFSTREAM64), ("fwrite", "ref/fwrite/64"),
+            ("spdlog", targets.SPDLOG64)]
+    with open(path, "w") as stream:
+        stream.write("# operation x86-64 PowerPC (instructions per 64-byte operation)\n")
+        for label, name in rows:
+            ppc = f"{board.counts[name]:.1f}" if board and name in board.counts else "NaN"
+            host = f"{counts[name]:.1f}" if name in counts else "NaN"
+            stream.write(f'"{label}" {host} {ppc}\n')
+
+
 def write_document(path, lines):
     with open(path) as stream:
         document = stream.read()
@@ -223,6 +338,9 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--json", nargs="+", required=True)
     parser.add_argument("--callgrind", required=True)
+    parser.add_argument("--callgrind-load", required=True)
+    parser.add_argument("--board", help="directory of the PowerPC counts under qemu-ppc, when run")
+    parser.add_argument("--instruction-plot-data", required=True)
     parser.add_argument("--operations", type=int, default=10000)
     parser.add_argument("--doc", required=True)
     parser.add_argument("--plot-data", required=True)
@@ -231,7 +349,13 @@ def main():
 
     results, context = targets.load_medians(args.json)
     counts = targets.load_callgrind(args.callgrind, args.operations)
-    checks = targets.check_targets(results, counts)
+    host_cases = targets.load_cases(args.callgrind + "/trace-cases.txt")
+    host_load = targets.load_cases(args.callgrind_load + "/load-cases.txt")
+    host_load_counts = targets.load_callgrind(args.callgrind_load, 1)
+    board = Board(args.board, args.operations) if args.board else None
+    checks = targets.check_targets(results, counts) + targets.arch_checks("x86-64", counts, host_cases)
+    if board:
+        checks += targets.board_checks(board.counts) + targets.arch_checks("PowerPC", board.counts, board.cases)
 
     page = Page(results, counts)
     write_run(page, context)
@@ -240,8 +364,16 @@ def main():
     write_traces(page)
     write_sizes(page)
     write_others(page)
+    if board:
+        write_board(page, board, host_cases, host_load, host_load_counts)
+    else:
+        page.out("### PowerPC board")
+        page.out()
+        page.out("Not measured in this run: no cross toolchain (see the README).")
+        page.out()
     write_document(args.doc, page.lines)
     write_plot_data(results, args.plot_data)
+    write_instruction_plot_data(counts, board, args.instruction_plot_data)
 
     for check in checks:
         shown = "not measured" if check.value is None else f"{check.value:.2f}"

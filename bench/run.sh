@@ -1,25 +1,39 @@
 #!/usr/bin/env bash
-# Runs the benchmarks of an optimised build and regenerates the tables of
-# docs/performance.md and its plot. Called by ./run bench after the build.
-# With --strict it exits 1, after writing the page, when a target does not
-# hold; other arguments go to the Google Benchmark program (e.g. a filter).
+# Runs the benchmarks of an optimised build and writes the page of results
+# and its plots: build/bench/performance.md and its .png files, or, with
+# --update-docs, the committed docs/performance.md and plots. Called by
+# ./run bench after the build; with DBG_PPC_PREFIX set (the cross toolchain
+# is there) it also counts the PowerPC build (build/ppc-bench) under
+# qemu-ppc with the counting plugin. With --strict it exits 1, after
+# writing the page, when a target does not hold; other arguments go to the
+# Google Benchmark program (e.g. a filter).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 strict=()
+pages=build/bench
 benchmark_arguments=()
 for argument in "$@"; do
     if [ "$argument" = --strict ]; then
         strict=(--strict)
+    elif [ "$argument" = --update-docs ]; then
+        pages=docs
     else
         benchmark_arguments+=("$argument")
     fi
 done
 
+# The benchmarks' files go to a directory of this run's own, in /dev/shm
+# where there is one (no disk write-back to disturb the clock): fixed
+# names there may belong to another user's run.
+bench_files=$(mktemp -d /dev/shm/dbg-bench.XXXXXX 2>/dev/null || mktemp -d)
+export DBG_BENCH_DIR=$bench_files
+trap 'rm -rf "$bench_files"' EXIT
+
 build=build/bench
 results=$build/results
 rm -rf "$results"
-mkdir -p "$results/callgrind"
+mkdir -p "$results/callgrind" "$results/callgrind-load"
 
 # Repetitions run interleaved in random order, so that a trace and its
 # reference see the same load on a shared host.
@@ -33,15 +47,41 @@ echo "bench: Google Benchmark (report on standard error)" >&2
 
 echo "bench: Callgrind instruction counts" >&2
 scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
+trap 'rm -rf "$scratch" "$bench_files"' EXIT
 valgrind --tool=callgrind --collect-atstart=no \
     --callgrind-out-file="$results/callgrind/cg.out" \
-    "$build/bench/dbg_trace_count" "$scratch" >/dev/null 2>"$results/callgrind/valgrind.log"
+    "$build/bench/dbg_trace_count" "$scratch" "$results/callgrind/trace-cases.txt" \
+    >/dev/null 2>"$results/callgrind/valgrind.log"
+valgrind --tool=callgrind --collect-atstart=no \
+    --callgrind-out-file="$results/callgrind-load/cg.out" \
+    "$build/bench/dbg_load_count" "$results/callgrind-load/load-cases.txt" 2>"$results/callgrind-load/valgrind.log"
+
+board=()
+if [ -n "${DBG_PPC_PREFIX:-}" ]; then
+    echo "bench: PowerPC instruction counts under qemu-ppc" >&2
+    ppc=build/ppc-bench
+    mkdir -p "$results/qemu"
+    qemu=(qemu-ppc -L /usr/powerpc-linux-gnu -plugin "$build/bench/libdbg_count_plugin.so" -d plugin)
+    "${qemu[@]}" -D "$results/qemu/trace-counts.txt" \
+        "$ppc/bench/dbg_trace_count" "$scratch" "$results/qemu/trace-cases.txt" >/dev/null
+    "${qemu[@]}" -D "$results/qemu/load-counts.txt" "$ppc/bench/dbg_load_count" "$results/qemu/load-cases.txt"
+    powerpc-linux-gnu-strip -o "$scratch/libdbg.so" "$ppc/libdbg.so"
+    powerpc-linux-gnu-strip -o "$scratch/spdlog.so" "$ppc/bench/libdbg_spdlog_size.so"
+    printf 'libdbg %s\nspdlog %s\n' "$(stat -c %s "$scratch/libdbg.so")" "$(stat -c %s "$scratch/spdlog.so")" \
+        >"$results/qemu/sizes.txt"
+    { qemu-ppc --version | head -n 1; powerpc-linux-gnu-g++ --version | head -n 1; g++ --version | head -n 1; } \
+        >"$results/qemu/versions.txt"
+    board=(--board "$results/qemu")
+fi
 
 status=0
+# The page's text around the generated tables is the committed one.
+[ "$pages" = docs ] || cp docs/performance.md "$pages/performance.md"
 python3 -B bench/report.py --json "$results/dbg_bench.json" "$results/dbg_bench_load.json" \
-    --callgrind "$results/callgrind" --operations 10000 \
-    --doc docs/performance.md --plot-data "$results/plot.dat" "${strict[@]}" || status=$?
-gnuplot -e "datafile='$results/plot.dat'; outfile='docs/performance.png'" bench/plot.gp
-echo "bench: docs/performance.md and docs/performance.png regenerated" >&2
+    --callgrind "$results/callgrind" --callgrind-load "$results/callgrind-load" --operations 10000 \
+    "${board[@]}" --doc "$pages/performance.md" --plot-data "$results/plot.dat" \
+    --instruction-plot-data "$results/instructions.dat" "${strict[@]}" || status=$?
+gnuplot -e "datafile='$results/plot.dat'; outfile='$pages/performance.png'" bench/plot.gp
+gnuplot -e "datafile='$results/instructions.dat'; outfile='$pages/instructions.png'" bench/instructions.gp
+echo "bench: $pages/performance.md, performance.png and instructions.png written" >&2
 exit "$status"

@@ -1,7 +1,8 @@
 """Reads what ./run bench measured and checks the performance targets.
 
-The targets are in Callgrind instructions and allocation counts, which repeat
-from run to run; times vary with the load of the host and are only reported."""
+The targets are in instructions (Callgrind's on the host, the qemu plugin's
+for PowerPC) and allocation counts, which repeat from run to run; times vary
+with the load of the host and are only reported."""
 
 import glob
 import json
@@ -9,6 +10,8 @@ import re
 from typing import NamedTuple
 
 FILE64 = "trace/file/64/plain/short"
+PERCENT64 = "trace/{sink}/64/percent/short"
+ERROR64 = "error/file/64/plain/short"
 IMC64 = "trace/imc/64/plain/short"
 IMC_STANDIN64 = "ref/imc_standin/64/short"
 OFSTREAM64 = "ref/ofstream_write/64"
@@ -77,6 +80,27 @@ def load_callgrind(directory, operations):
     return counts
 
 
+def load_cases(path):
+    """A counting driver's cases file -> case name -> the numbers after the
+    name (allocations per operation; for loading, allocations and bytes)."""
+    with open(path) as stream:
+        return {name: [float(value) for value in values]
+                for name, *values in (line.split() for line in stream if line.strip())}
+
+
+def load_plugin_counts(counts_path, cases_path, operations):
+    """The qemu plugin's counts, one line per case in the order the driver
+    ran them, paired with the driver's case names -> instructions per
+    operation (`operations` for the trace driver, 1 for loading)."""
+    with open(cases_path) as stream:
+        names = [line.split()[0] for line in stream if line.strip()]
+    with open(counts_path) as stream:
+        counts = [int(line.split()[1]) for line in stream if line.startswith("instructions ")]
+    if len(names) != len(counts):
+        raise SystemExit(f"targets.py: {len(counts)} counts in {counts_path} for {len(names)} cases")
+    return {name: count / operations for name, count in zip(names, counts)}
+
+
 def instruction_ratio(counts, numerator, denominator, less=None):
     """counts[numerator] (less counts[less]) ÷ counts[denominator], or None."""
     if numerator not in counts or denominator not in counts or (less and less not in counts):
@@ -91,8 +115,35 @@ def allocations(results, name):
     return None if value is None else round(value, 2)
 
 
+def arch_checks(arch, counts, cases):
+    """The targets both architectures hold: the "%" path and the error path
+    beside the plain trace, and no allocation on the "%" path."""
+    checks = [
+        Check(f"{arch}: 64-byte trace with \"%\" ÷ without, file sink, instructions",
+              instruction_ratio(counts, PERCENT64.format(sink="file"), FILE64), 2.0, True),
+        Check(f"{arch}: 64-byte error ÷ 64-byte trace, file sink, instructions",
+              instruction_ratio(counts, ERROR64, FILE64), 2.0, True),
+    ]
+    for sink in ("console", "file"):
+        name = PERCENT64.format(sink=sink)
+        checks.append(Check(f"{arch}: heap allocations per 64-byte trace with \"%\", short origin, "
+                            f"{sink} sink, after the first",
+                            cases[name][0] if name in cases else None, 0.0, True))
+    return checks
+
+
+def board_checks(counts):
+    """The PowerPC board's own targets against its references."""
+    return [
+        Check("PowerPC: 64-byte trace to a file ÷ bare `std::ofstream::write`, instructions",
+              instruction_ratio(counts, FILE64, OFSTREAM64), 2.0, True),
+        Check("PowerPC: 64-byte trace to a file ÷ spdlog (file sink, `%v`), instructions",
+              instruction_ratio(counts, FILE64, SPDLOG64), 0.65, True),
+    ]
+
+
 def check_targets(results, counts):
-    """Every target the team holds, in the order the page lists them."""
+    """Every target the team holds on the host, in the order the page lists them."""
     checks = [
         Check("64-byte trace to a file ÷ bare `std::ofstream::write`, instructions",
               instruction_ratio(counts, FILE64, OFSTREAM64), 2.0, True),

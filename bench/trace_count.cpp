@@ -1,9 +1,9 @@
-// Driver for Callgrind: N operations per case, with collection switched on
-// only around each case's loop (run with --collect-atstart=no), and the
-// counts dumped under the case's name. Setup and warm-up are not counted.
-// Standard output receives the console sink's bytes: send it to /dev/null.
-#include <valgrind/callgrind.h>
-
+// Counting driver, under Callgrind on the host and under qemu-ppc for the
+// board: N operations per case, counted only around each case's loop
+// (CountMarkers.h). Setup and warm-up are not counted. Each case's name and
+// its allocations per operation go, one line each and in the order counted,
+// to the file named by the second argument. Standard output receives the
+// console sink's bytes: send it to /dev/null.
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -15,7 +15,9 @@
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/basic_file_sink.h>
 
+#include "AllocationCounter.h"
 #include "BenchSupport.h"
+#include "CountMarkers.h"
 #include "DBG_Log.h"
 #include "DBG_OutManager.h"
 #include "DBG_Output.h"
@@ -27,16 +29,19 @@ namespace {
 constexpr int operations = 10000;
 constexpr int warmUp = 100;
 
+std::FILE* cases = nullptr;
+
 template <typename Operation>
 void count(char const* name, Operation operation)
 {
     for (int i = 0; i < warmUp; ++i)
         operation();
-    CALLGRIND_TOGGLE_COLLECT;
+    bench::AllocationScope allocations;
+    bench::startCount();
     for (int i = 0; i < operations; ++i)
         operation();
-    CALLGRIND_TOGGLE_COLLECT;
-    CALLGRIND_DUMP_STATS_AT(name);
+    bench::stopCount(name);
+    std::fprintf(cases, "%s %g\n", name, allocations.perOperation(operations));
 }
 
 std::string scratch(char const* directory, char const* name)
@@ -48,7 +53,15 @@ std::string scratch(char const* directory, char const* name)
 
 int main(int argc, char** argv)
 {
-    char const* directory = argc > 1 ? argv[1] : "/tmp";
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: %s SCRATCH_DIRECTORY CASES_FILE\n", argv[0]);
+        return 2;
+    }
+    char const* directory = argv[1];
+    if (!(cases = std::fopen(argv[2], "w"))) {
+        std::perror(argv[2]);
+        return 1;
+    }
     imc_standin::start(0x5A);
     imc_standin::setTraceStream(nullptr);
     DBG_OutManager* manager = DBG_OutManager::instance();
@@ -57,22 +70,21 @@ int main(int argc, char** argv)
     std::string const percent = bench::message(64, true);
     std::string const filePath = scratch(directory, "dbg-count-file.txt");
 
-    auto trace = [&](std::string const& text, std::string const& origin) {
-        return [&] { log.trace(text, origin, bench::traceLine); };
+    auto traces = [&](std::string const& sink) {
+        std::string const prefix = "trace/" + sink + "/64/";
+        count((prefix + "plain/short").c_str(), [&] { log.trace(plain, bench::shortOrigin, bench::traceLine); });
+        count((prefix + "plain/long").c_str(), [&] { log.trace(plain, bench::longOrigin, bench::traceLine); });
+        count((prefix + "percent/short").c_str(),
+              [&] { log.trace(percent, bench::shortOrigin, bench::traceLine); });
+        count(("error/" + sink + "/64/plain/short").c_str(),
+              [&] { log.error(plain, bench::errorDetail, bench::shortOrigin, bench::traceLine); });
     };
-
     manager->setConsoleOutput();
-    count("trace/console/64/plain/short", trace(plain, bench::shortOrigin));
-    count("trace/console/64/plain/long", trace(plain, bench::longOrigin));
+    traces("console");
     manager->setFileOutput(filePath);
-    count("trace/file/64/plain/short", trace(plain, bench::shortOrigin));
-    count("trace/file/64/plain/long", trace(plain, bench::longOrigin));
-    count("trace/file/64/percent/short", trace(percent, bench::shortOrigin));
-    count("error/file/64/plain/short",
-          [&] { log.error(plain, bench::errorDetail, bench::shortOrigin, bench::traceLine); });
+    traces("file");
     manager->setImcOutput();
-    count("trace/imc/64/plain/short", trace(plain, bench::shortOrigin));
-    count("trace/imc/64/plain/long", trace(plain, bench::longOrigin));
+    traces("imc");
     manager->setConsoleOutput();
 
     std::string const handed = plain + '\0';
@@ -117,5 +129,5 @@ int main(int argc, char** argv)
     for (char const* name : {"dbg-count-file.txt", "dbg-count-ofstream.txt", "dbg-count-fwrite.txt",
                              "dbg-count-spdlog.txt"})
         std::remove(scratch(directory, name).c_str());
-    return 0;
+    return std::fclose(cases) == 0 ? 0 : 1;
 }

@@ -6,7 +6,7 @@
 #   imc-standin      libimc.so.1, the IMC manager stand-in      (libimc1)
 #   imc-standin-dev  its headers, libimc.so, dbg::imc           (libimc-dev)
 #   vcom-standin     the voice enumeration headers, dbg::vcom   (libvcom-dev)
-#   tools            dbgctl and the demo gateway host           (dbg-tools)
+#   tools            dbgctl, the demo gateway host, the logrotate example (dbg-tools)
 # An image that carries the maker's IMC and voice libraries installs only
 # runtime (and development to build modules against them).
 
@@ -54,6 +54,10 @@ endif()
 
 if(TARGET dbg-gateway)
   install(TARGETS dbgctl dbg-gateway RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  # Rotation of a trace file that loses nothing: rename, then the same name
+  # again through dbgctl.
+  install(FILES examples/logrotate/dbg-gateway
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/dbg-tools/examples/logrotate COMPONENT tools)
 endif()
 
 configure_package_config_file(cmake/dbgConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/dbgConfig.cmake

@@ -91,10 +91,13 @@ else()
   # libimc.so.1 is built here, not installed: let dpkg-shlibdeps see it.
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_CURRENT_BINARY_DIR}/platform ${CMAKE_CURRENT_BINARY_DIR})
 endif()
-macro(dbg_deb_depends variable)
-  set(${variable} "${ARGN}")
+# dbg_deb_depends(<variable> <packages built here> [<system packages>]):
+# the system packages are named only in a cross build; on the host
+# dpkg-shlibdeps finds them, and naming them too would list them twice.
+macro(dbg_deb_depends variable own)
+  set(${variable} "${own}")
   if(dbg_deb_system_depends)
-    string(PREPEND ${variable} "${dbg_deb_system_depends}, ")
+    string(JOIN ", " ${variable} ${dbg_deb_system_depends} ${ARGN} ${own})
   endif()
 endmacro()
 
@@ -124,7 +127,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${dbg_deb_library_control})
 set(CPACK_DEBIAN_IMC-STANDIN_PACKAGE_CONTROL_EXTRA ${dbg_deb_library_control})
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-dbg_deb_depends(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libimc1 (>= 1.0.0), libtcl8.6 (>= 8.6.0)")
+dbg_deb_depends(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libimc1 (>= 1.0.0)" "libtcl8.6 (>= 8.6.0)")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "debug support library of the SIP trunk gateway
 libdbg gives the gateway's modules one trace output that an operator
@@ -169,7 +172,7 @@ target dbg::vcom.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
 dbg_deb_depends(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
-  "libdbg1 (= ${DBG_DEB_VERSION}), libimc1 (>= 1.0.0), libtcl8.6 (>= 8.6.0)")
+  "libdbg1 (= ${DBG_DEB_VERSION}), libimc1 (>= 1.0.0)" "libtcl8.6 (>= 8.6.0)")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 "operator tools of the SIP trunk gateway debug library
 dbgctl sends one debug command line to a running gateway host and prints

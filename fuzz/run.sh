@@ -3,13 +3,13 @@
 # for SECONDS each, on a scratch copy of its seed corpus (new inputs never
 # land in fuzz/corpus/). Crash inputs go to build/fuzz/artifacts/, each
 # run's output to build/fuzz/logs/.
-# Called by ./run fuzz SECONDS after the fuzz preset is built.
+# Called by ./run fuzz [SECONDS] (default 60) after the fuzz preset is built.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 seconds=${1:-60}
 if ! [[ $seconds =~ ^[1-9][0-9]*$ ]]; then
-    echo "usage: ./run fuzz SECONDS (a whole number above 0)" >&2
+    echo "usage: ./run fuzz [SECONDS] (a whole number above 0; default 60)" >&2
     exit 2
 fi
 
@@ -21,6 +21,7 @@ scratch=$(mktemp -d "${TMPDIR:-/tmp}/dbg-fuzz-run.XXXXXX")
 trap 'rm -rf "$scratch"' EXIT
 
 mapfile -t targets <fuzz/targets.txt
+echo "fuzz: ${#targets[@]} targets, ${seconds} s each$([ $# -eq 0 ] && echo " (the default; ./run fuzz SECONDS to change)")" >&2
 status=0
 for target in "${targets[@]}"; do
     corpus=$scratch/$target

@@ -8,6 +8,10 @@
 #     -> <cache>/tcl   (include/tcl.h, lib/libtcl8.6.so, lib/tcl8.6/...)
 #   * GoogleTest + GoogleMock (static) built from /usr/src/googletest
 #     -> <cache>/gtest (lib/cmake/GTest/GTestConfig.cmake, ...)
+#   * for ./run bench: the plugin header of the installed qemu-user, taken
+#     from Debian's qemu source package -> <cache>/qemu/include/qemu-plugin.h;
+#     the spdlog and fmt headers of Debian's libspdlog-dev and libfmt-dev,
+#     for header-only builds for the target -> <cache>/spdlog/include
 #
 # <cache> = ${DBG_PPC_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/dbg-ppc}
 #
@@ -96,7 +100,7 @@ apt_update() {
 }
 
 ensure_packages() {
-  local want=(g++-"$TRIPLE" dpkg-dev make cmake googletest xz-utils)
+  local want=(g++-"$TRIPLE" dpkg-dev make cmake googletest xz-utils libspdlog-dev libfmt-dev)
   local missing=() p
   for p in "${want[@]}"; do
     pkg_installed "$p" || missing+=("$p")
@@ -271,9 +275,70 @@ build_gtest() {
 }
 
 # ---------------------------------------------------------------------------
+# qemu's plugin header, of the version of the installed qemu-ppc
+# ---------------------------------------------------------------------------
+QEMU_PREFIX=$CACHE_DIR/qemu
+
+fetch_qemu_plugin_header() {
+  local version key
+  # qemu-user-static, which the tests can use instead, loads no plugin.
+  if ! pkg_installed qemu-user; then
+    log "qemu plugin header: skipped, qemu-user is not installed (./run bench installs it)"
+    return 0
+  fi
+  version=$(dpkg-query -W -f='${source:Version}' qemu-user)
+  key="qemu=$version prefix=$QEMU_PREFIX"
+  if stamp_ok qemu-plugin "$key" && [ -f "$QEMU_PREFIX/include/qemu-plugin.h" ]; then
+    log "qemu plugin header: up to date ($QEMU_PREFIX)"
+    return 0
+  fi
+  log "qemu plugin header: from Debian's source package qemu $version"
+  ensure_deb_src
+  local src=$CACHE_DIR/src/qemu
+  rm -rf "$src" "$QEMU_PREFIX" "$STAMPS/qemu-plugin.stamp"
+  mkdir -p "$src" "$QEMU_PREFIX/include"
+  # Only the header is needed: download, take it from the upstream tarball,
+  # drop the rest (Debian's patches leave this header alone).
+  (cd "$src" && run_logged qemu-source \
+     apt-get -o APT::Sandbox::User=root source --download-only "qemu=$version")
+  local tarball
+  tarball=$(find "$src" -maxdepth 1 -name 'qemu_*.orig.tar.*' | head -n1)
+  [ -n "$tarball" ] || die "no qemu upstream tarball in $src"
+  tar -xf "$tarball" --no-same-owner -C "$QEMU_PREFIX/include" --strip-components=3 --wildcards '*/include/qemu/qemu-plugin.h'
+  [ -f "$QEMU_PREFIX/include/qemu-plugin.h" ] || die "qemu-plugin.h not found in $tarball"
+  rm -rf "$src"
+  stamp_write qemu-plugin "$key"
+  log "qemu plugin header: installed in $QEMU_PREFIX/include"
+}
+
+# ---------------------------------------------------------------------------
+# spdlog and fmt headers for header-only builds for the target
+# ---------------------------------------------------------------------------
+SPDLOG_PREFIX=$CACHE_DIR/spdlog
+
+stage_spdlog_headers() {
+  local key
+  key="spdlog=$(dpkg-query -W -f='${Version}' libspdlog-dev) fmt=$(dpkg-query -W -f='${Version}' libfmt-dev)"
+  if stamp_ok spdlog "$key" && [ -f "$SPDLOG_PREFIX/include/spdlog/spdlog.h" ] &&
+     [ -f "$SPDLOG_PREFIX/include/fmt/format-inl.h" ]; then
+    log "spdlog headers: up to date ($SPDLOG_PREFIX)"
+    return 0
+  fi
+  # The host's /usr/include cannot be on the target's include path: copy the
+  # two header trees alone.
+  rm -rf "$SPDLOG_PREFIX" "$STAMPS/spdlog.stamp"
+  mkdir -p "$SPDLOG_PREFIX/include"
+  cp -a /usr/include/spdlog /usr/include/fmt "$SPDLOG_PREFIX/include/"
+  stamp_write spdlog "$key"
+  log "spdlog headers: copied to $SPDLOG_PREFIX/include"
+}
+
+# ---------------------------------------------------------------------------
 ensure_packages
 build_tcl
 build_gtest
+fetch_qemu_plugin_header
+stage_spdlog_headers
 rm -rf "$CACHE_DIR/build"
 
 log "done. Configure with:"

@@ -1,6 +1,6 @@
 // dbgctl against a running demo gateway host: the host started as a program
 // with its console on a pipe, dbgctl run as a second program (or as another
-// user), each command line going over the IMC manager's command socket.
+// user), each command line going over the host's own command socket.
 #include <fcntl.h>
 #include <grp.h>
 #include <limits.h>

@@ -4,11 +4,13 @@
 #include <limits.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,53 +35,6 @@ std::string onTerminal(std::string const& text)
         shown += c;
     }
     return shown;
-}
-
-// The traffic the host simulates: three traces per call, the calls taking
-// turns through three profiles. Trace `step` counts from 0.
-std::string trafficTrace(unsigned long step)
-{
-    static char const* const setups[] = {
-        " setup from network codec g711alaw plan ISDN type national presentation allowed bearer bc_speech "
-        "law alaw\n",
-        " setup to network codec g729 plan ISDN type international presentation restricted bearer bc_speech "
-        "law mulaw\n",
-        " setup from network codec g722 plan national type subscriber presentation not available bearer "
-        "31khz law alaw\n"};
-    static char const* const releases[] = {
-        " released cause NORM_REL (Normal call clearing) by remote\n",
-        " released cause USER_BUSY (User busy) by local\n",
-        " released cause NO_ANSWER_USER (No answer from user (user alerted)) by nil\n"};
-    unsigned long const call = step / 3 + 1;
-    unsigned long const profile = (call - 1) % 3;
-    std::string const head = "call " + std::to_string(call);
-    switch (step % 3) {
-    case 0:
-        return head + setups[profile];
-    case 1: {
-        char reference[16];
-        snprintf(reference, sizeof reference, "%02lX %02lX", (call >> 8) & 0xFF, call & 0xFF);
-        return head + " SETUP 08 02 " + reference + " 05 04 03 80  90 A3 18 01\n";
-    }
-    default:
-        return head + releases[profile];
-    }
-}
-
-// Consumes whole traces from the front of `text`, starting at trace `step`;
-// `wrap` turns one trace into the way it is shown. Returns the count taken.
-unsigned long takeTraces(std::string& text, unsigned long& step,
-                         std::string (*wrap)(std::string const&) = nullptr)
-{
-    unsigned long taken = 0;
-    for (;;) {
-        std::string const trace = wrap ? wrap(trafficTrace(step)) : trafficTrace(step);
-        if (text.compare(0, trace.size(), trace) != 0)
-            return taken;
-        text.erase(0, trace.size());
-        ++step;
-        ++taken;
-    }
 }
 
 // A trace as the IMC stand-in prints it: "IMC trace <origin>:<line> <text>"
@@ -132,17 +87,26 @@ protected:
             ShutdownSocketPaths::removeFor(running);
     }
 
-    // Starts the host and reads its expectedBanner.
+    // Starts the host and reads its expectedBanner; with a `launcher`, the
+    // host is its last argument.
     void start(std::vector<std::string> const& args = {"--traffic", "0"},
                ChildProcess::Terminal terminal = ChildProcess::Terminal::Pipe,
-               std::vector<std::string> environment = {})
+               std::vector<std::string> environment = {}, std::vector<std::string> launcher = {})
     {
         // A fixed locale: Tcl converts console bytes by it. The command
         // socket goes into a scratch directory, so a host the test has to
         // kill leaves nothing behind.
         environment.push_back("LC_ALL=C");
         environment.push_back("XDG_RUNTIME_DIR=" + runtime.path());
-        ASSERT_EQ(child.start(toolPath("dbg-gateway"), args, terminal, environment), "");
+        std::string program = toolPath("dbg-gateway");
+        std::vector<std::string> programArgs = args;
+        if (!launcher.empty()) {
+            programArgs.assign(launcher.begin() + 1, launcher.end());
+            programArgs.push_back(program);
+            programArgs.insert(programArgs.end(), args.begin(), args.end());
+            program = launcher.front();
+        }
+        ASSERT_EQ(child.start(program, programArgs, terminal, environment), "");
         bool const onPty = terminal == ChildProcess::Terminal::Pty;
         std::string const expected = onPty ? onTerminal(expectedBanner) : expectedBanner;
         ASSERT_EQ(child.read(expected.size()), expected);
@@ -344,6 +308,43 @@ TEST_F(Gateway, VersionAndReadFollowTheConfigurationFile)
     expectCleanEnd();
 }
 
+// ./run demo --config FILE: the host in a view of its own where FILE is
+// /current/config.rc, bound, so edits in place show; the machine's
+// /current stays as it is.
+TEST_F(Gateway, ConfigViewShowsTheGivenFileAsTheConfiguration)
+{
+    auto const scratch = plainScratchDir();
+    std::string const configFile = scratch->file("gateway.rc");
+    writeFile(configFile, "TRAXO 01.02\nvoip 3.4.5-build7\n");
+    struct stat status;
+    bool const currentBefore = stat(CurrentConfigIsolation::directory, &status) == 0;
+    // In a cross build the view program runs under the emulator, and starts
+    // the host under it too.
+    std::vector<std::string> launcher = {toolPath("dbg-config-view"), configFile};
+    if (char const* emulator = getenv("DBG_TEST_EMULATOR")) {
+        std::istringstream words(emulator);
+        for (std::string word; words >> word;)
+            launcher.push_back(word);
+    }
+    {
+        ChildProcess probe;
+        ASSERT_EQ(probe.start(launcher.front(), {configFile, "/bin/true"}, ChildProcess::Terminal::Pipe), "");
+        std::string const said = probe.readToEnd();
+        int status = -1;
+        ASSERT_TRUE(probe.waitExit(status));
+        if (WIFEXITED(status) && WEXITSTATUS(status) == 3)
+            DBG_SKIP_TEST(said);
+        ASSERT_EQ(status, 0) << said;
+    }
+    start({"--traffic", "0"}, ChildProcess::Terminal::Pipe, {}, launcher);
+    ask("DBG version", "Version is  3.4.5-buil\n>");
+    writeFile(configFile, "voipX\n");
+    ask("DBG version", "Version is X\n>");
+    ASSERT_TRUE(child.send("exit\n"));
+    expectCleanEnd();
+    EXPECT_EQ(stat(CurrentConfigIsolation::directory, &status) == 0, currentBefore);
+}
+
 TEST_F(Gateway, DbgStopEndsItThroughTheShutdownDatagram)
 {
     start();
@@ -530,6 +531,10 @@ TEST_F(Gateway, HelpOptionAndBadOptions)
     std::string const usage = child.readToEnd();
     EXPECT_EQ(usage.compare(0, 7, "usage: "), 0) << usage;
     EXPECT_NE(usage.find("--traffic MS"), std::string::npos) << usage;
+    // dbgctl talks to this host's own socket, where RemoteSocketPath.h puts it.
+    EXPECT_NE(usage.find(" $XDG_RUNTIME_DIR/dbg/gateway-<pid>.sock (/tmp/dbg-<uid>/gateway-<pid>.sock\n"),
+              std::string::npos)
+        << usage;
     int status = -1;
     ASSERT_TRUE(child.waitExit(status));
     EXPECT_EQ(status, 0);

@@ -4,6 +4,7 @@
 #include <regex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -74,6 +75,38 @@ TEST_F(LogTest, PercentSignsAtStartEndAndSideBySide)
     log.trace("x%%%", "o", 5);
     EXPECT_EQ(events, (Events{"text:%%a%%%%b%%%%%%c%%", "flush:0:o:3", "text:%%%%%%x", "flush:0:o:4",
                               "text:x%%%%%%", "flush:0:o:5"}));
+}
+
+TEST_F(LogTest, EachTextIsEscapedAloneWhateverCameBefore)
+{
+    std::string const longer = std::string(300, 'a') + "%" + std::string(300, 'b');
+    DBG_Log const log;
+    log.trace(longer, "o", 1);
+    log.trace("x%", "o", 2);
+    log.error("%", "%", "o", 3);
+    log.trace("%y", "o", 4);
+    EXPECT_EQ(events, (Events{"text:" + std::string(300, 'a') + "%%" + std::string(300, 'b'), "flush:0:o:1",
+                              "text:x%%", "flush:0:o:2", "text:%%", "text:(", "text:%", "text:)",
+                              "flush:1:o:3", "text:%%y", "flush:0:o:4"}));
+}
+
+TEST_F(LogTest, ATraceFromTheLastDestructorsOfAThreadIsStillEscaped)
+{
+    std::string const first = std::string(40, 'a') + "%";
+    std::string const last = std::string(40, 'b') + "%";
+    struct TracesWhenDestroyed {
+        DBG_Log const& log;
+        std::string const& text;
+        ~TracesWhenDestroyed() { log.trace(text, "end", 2); }
+    };
+    DBG_Log const log;
+    std::thread([&] {
+        // Built before the logger's own thread objects, so destroyed after them.
+        thread_local TracesWhenDestroyed const lastWords{log, last};
+        log.trace(first, "start", 1);
+    }).join();
+    EXPECT_EQ(events, (Events{"text:" + std::string(40, 'a') + "%%", "flush:0:start:1",
+                              "text:" + std::string(40, 'b') + "%%", "flush:0:end:2"}));
 }
 
 TEST_F(LogTest, EmptyTraceInsertsAnEmptyTextAndStillFlushes)

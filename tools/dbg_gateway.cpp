@@ -56,7 +56,9 @@ void printUsage(std::ostream& out, char const* program)
         << "  --no-imc      run without the IMC manager: console lines are lost\n"
         << "  --help        this text\n"
         << "Type \"help\" on the console for the DBG commands, \"exit\" to stop.\n"
-        << "From another terminal: dbgctl DBG out file <name> (the IMC manager's socket).\n";
+        << "From another terminal: dbgctl DBG out file <name>, through this host's own command\n"
+        << "socket $XDG_RUNTIME_DIR/dbg/gateway-<pid>.sock (/tmp/dbg-<uid>/gateway-<pid>.sock\n"
+        << "without XDG_RUNTIME_DIR).\n";
 }
 
 // Parses the command line; exits on --help (0) or on a bad option (2).

@@ -14,6 +14,16 @@ std::string percentDoubled(std::string const& text);
 // and one more blank after every other 8th.
 std::string hexDumpModel(unsigned char const* data, std::size_t length);
 
+// The traffic the demo host simulates: three traces per call, the calls
+// taking turns through three profiles. Trace `step` counts from 0; the call
+// number and the kind of trace (setup, SETUP, released) tell its step.
+std::string trafficTrace(unsigned long step);
+
+// Consumes whole traces from the front of `text`, starting at trace `step`;
+// `wrap` turns one trace into the way it is shown. Returns the count taken.
+unsigned long takeTraces(std::string& text, unsigned long& step,
+                         std::string (*wrap)(std::string const&) = nullptr);
+
 // The configuration request as the manager must receive it: 2060 bytes,
 // zero but for the identifier byte at offset 2 and the code 600 at offset 8,
 // in this processor's byte order.

@@ -6,6 +6,8 @@
 #include <memory>
 #include <string>
 
+#include "RemoveTree.h"
+
 class ScratchDir {
 public:
     // Throws std::runtime_error when the directory cannot be made.
@@ -21,15 +23,13 @@ private:
     std::string m_path;
 };
 
-// A scratch directory whose path holds neither "std" nor "imc": either word
-// anywhere in "DBG out file <path>" would select another sink.
+// A scratch directory whose path holds neither "std" nor "imc" nor "exit":
+// either of the first two anywhere in "DBG out file <path>" would select
+// another sink, and a console line holding "exit" stops the host.
 std::unique_ptr<ScratchDir> plainScratchDir();
 
 // Copies the program at `from` to `to` with mode 0755, for running it as a
 // user who cannot reach the build tree. Returns "" or what went wrong.
 std::string copyProgram(std::string const& from, std::string const& to);
-
-// Removes a file or a directory with everything below it, links not followed.
-void removeTree(std::string const& path);
 
 #endif

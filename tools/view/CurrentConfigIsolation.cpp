@@ -14,7 +14,7 @@
 #include <fstream>
 #include <vector>
 
-#include "ScratchDir.h"
+#include "RemoveTree.h"
 
 char const CurrentConfigIsolation::directory[] = "/current";
 char const CurrentConfigIsolation::configFile[] = "/current/config.rc";
