@@ -279,6 +279,17 @@ TEST(LogImc, ConstructorAsksForTheManagerOfModule255)
     EXPECT_EQ(instances[0].number, 255);
 }
 
+// The first logger asks for the IMC manager, then gets the output manager,
+// whose building asks again and registers the commands.
+TEST(LogImc, ConstructorAsksForTheImcManagerBeforeTheOutputManager)
+{
+    ImcSession session;
+    imc_standin::clearCalls();
+    DBG_Log const log;
+    EXPECT_EQ(operations(), (std::vector<Operation>{Operation::Instance, Operation::Instance,
+                                                     Operation::Registration, Operation::Registration}));
+}
+
 TEST(LogImc, OtherExceptionOfTheImcInstanceLeavesTheConstructor)
 {
     ImcSession session;

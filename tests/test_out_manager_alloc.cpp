@@ -91,6 +91,26 @@ TEST_F(OutManagerAllocation, ForeignExceptionFromTheRegistrationLeavesNothingAll
     EXPECT_EQ(liveAllocations, before);
 }
 
+// A flush whose trace throws ends there: the buffer is neither made good
+// again nor rewound, so after a failed write the next text is discarded.
+TEST_F(OutManagerAllocation, ImcSinkStaysFailedWhenTheTraceThrows)
+{
+    DBG_OutputImc sink;
+    std::string const large(4096, 'x');
+    std::string const lost("lost");
+    allocationsToFail = 1;
+    sink << large;  // the buffer must grow for it, and cannot
+    ASSERT_EQ(allocationsToFail, 0) << "the write did not allocate";
+    imc_standin::injectFault(imc_standin::Operation::Trace, imc_standin::Fault::RuntimeError, 1);
+    EXPECT_THROW(sink.flush(false, "first", 1), std::runtime_error);
+    sink << lost;
+    imc_standin::clearCalls();
+    sink.flush(false, "second", 2);
+    std::vector<imc_standin::Call> const traces = callsOf(imc_standin::Operation::Trace);
+    ASSERT_EQ(traces.size(), 1u);
+    EXPECT_EQ(traces[0].text.find("lost"), std::string::npos);
+}
+
 // A write into the IMC sink's buffer that fails leaves the stream bad; the
 // flush makes it good again, so the next trace arrives whole.
 TEST_F(OutManagerAllocation, ImcSinkIsWritableAgainAfterAFailedWriteAndAFlush)
