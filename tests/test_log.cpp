@@ -97,7 +97,11 @@ TEST_F(LogTest, ATraceFromTheLastDestructorsOfAThreadIsStillEscaped)
     struct TracesWhenDestroyed {
         DBG_Log const& log;
         std::string const& text;
-        ~TracesWhenDestroyed() { log.trace(text, "end", 2); }
+        ~TracesWhenDestroyed()
+        {
+            log.trace(text, "end", 2);
+            log.trace("no sign", "end", 3);  // and one without "%" goes in as it is
+        }
     };
     DBG_Log const log;
     std::thread([&] {
@@ -106,7 +110,8 @@ TEST_F(LogTest, ATraceFromTheLastDestructorsOfAThreadIsStillEscaped)
         log.trace(first, "start", 1);
     }).join();
     EXPECT_EQ(events, (Events{"text:" + std::string(40, 'a') + "%%", "flush:0:start:1",
-                              "text:" + std::string(40, 'b') + "%%", "flush:0:end:2"}));
+                              "text:" + std::string(40, 'b') + "%%", "flush:0:end:2", "text:no sign",
+                              "flush:0:end:3"}));
 }
 
 TEST_F(LogTest, EmptyTraceInsertsAnEmptyTextAndStillFlushes)

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "DBG_Log.h"
 #include "DBG_OutManager.h"
 #include "DBG_Output.h"
 #include "DBG_OutputImc.h"
@@ -16,6 +17,7 @@
 namespace {
 int allocationsToFail = 0;
 long liveAllocations = 0;  // made by operator new and not deleted yet
+long allocationsMade = 0;
 }
 
 void* operator new(std::size_t size)
@@ -26,6 +28,7 @@ void* operator new(std::size_t size)
     }
     if (void* memory = std::malloc(size ? size : 1)) {
         ++liveAllocations;
+        ++allocationsMade;
         return memory;
     }
     throw std::bad_alloc();
@@ -109,6 +112,19 @@ TEST_F(OutManagerAllocation, ImcSinkStaysFailedWhenTheTraceThrows)
     std::vector<imc_standin::Call> const traces = callsOf(imc_standin::Operation::Trace);
     ASSERT_EQ(traces.size(), 1u);
     EXPECT_EQ(traces[0].text.find("lost"), std::string::npos);
+}
+
+// The escaping of "%" keeps the thread's buffer from one trace to the next:
+// once it is sized, a trace with "%" allocates nothing.
+TEST_F(OutManagerAllocation, PercentTraceAllocatesNothingOnceTheBufferIsSized)
+{
+    DBG_Log const log;
+    DBG_OutManager::instance()->setFileOutput(scratch.file("percent.trace"));
+    std::string const text("100% of the trunks, 42% busy");
+    log.trace(text, "o", 1);
+    long const before = allocationsMade;
+    log.trace(text, "o", 2);
+    EXPECT_EQ(allocationsMade, before);
 }
 
 // A write into the IMC sink's buffer that fails leaves the stream bad; the
