@@ -61,7 +61,7 @@ class SiteFinder:
         self.source_path = source_path
         self.mutants = []
         self.macro_ranges = {}
-        self.functions = []             # (start, end, result type or None)
+        self.functions = []             # (path, start, end, result type or None)
         self.bounds = set()             # (path, offset) of array bounds
         self.asserted = []              # static assertions: checked, not run
 
@@ -134,7 +134,7 @@ class SiteFinder:
                 self.macro_ranges.setdefault(path, []).append(self.span(cursor))
             elif cursor.kind in FUNCTIONS:
                 result = cursor.result_type if cursor.kind in RESULT_FUNCTIONS else None
-                self.functions.append((*self.span(cursor), result))
+                self.functions.append((path, *self.span(cursor), result))
         for cursor in self.cursors(translation_unit):
             path = self.file_of(cursor)
             if path not in self.wanted:
@@ -271,11 +271,11 @@ class SiteFinder:
     def returned_type(self, statement):
         """The declared result type of the function around a return, or None
         inside a lambda (whose type the return itself decides)."""
-        offset = statement.extent.start.offset
-        around = [f for f in self.functions if f[0] <= offset < f[1]]
+        path, offset = self.file_of(statement), statement.extent.start.offset
+        around = [f for f in self.functions if f[0] == path and f[1] <= offset < f[2]]
         if not around:
             return None
-        return max(around, key=lambda f: f[0])[2]
+        return max(around, key=lambda f: f[1])[3]
 
     def swap(self, first, second, path):
         if second.kind in (K.RETURN_STMT, K.BREAK_STMT, K.CONTINUE_STMT, K.NULL_STMT):
