@@ -311,7 +311,7 @@ class Run:
                 code, output = 1, "the build timed out"
             if code != 0:
                 # The compiler's first error stands where the deciding test would.
-                errors = [line for line in output.splitlines() if "error" in line]
+                errors = [line.replace(worker.tree + os.sep, "") for line in output.splitlines() if "error" in line]
                 status, test = "does not build", (errors or output.splitlines() or ["?"])[0][:300]
             else:
                 with self.lock:
