@@ -70,6 +70,11 @@ if(DBG_INSTALL_DEBIAN_DOCS)
         "# CPack's, which call ldconfig; the ldconfig trigger does that work.\n"
         "${package}: maintainer-script-empty [postinst]\n"
         "${package}: maintainer-script-empty [postrm]\n")
+      if(DBG_LEGACY_STRING_ABI)
+        list(APPEND overrides
+          "# The older std::string ABI's variant: the library's soname, another name.\n"
+          "${package}: package-name-doesnt-match-sonames\n")
+      endif()
     endif()
     file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/overrides/${package} ${overrides})
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/debian/overrides/${package}
