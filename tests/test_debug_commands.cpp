@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -18,6 +17,7 @@
 #include "DBG_OutputFile.h"
 #include "DBG_OutputImc.h"
 #include "ImcProbe.h"
+#include "ReferenceModels.h"
 #include "TestSupport.h"
 
 namespace {
@@ -376,11 +376,7 @@ TEST_F(CommandTest, ReadPostsTheRequestThenAnswers)
     std::vector<Call> const& calls = imc_standin::calls();
     ASSERT_EQ(calls.size(), 3u);
     EXPECT_EQ(calls[0].number, 255);
-    std::vector<unsigned char> expected(2060, 0);
-    expected[2] = 0x5A;  // ImcSession's identifier
-    std::uint32_t const code = 600;
-    std::memcpy(&expected[8], &code, sizeof code);
-    EXPECT_EQ(calls[1].record, expected);
+    EXPECT_EQ(calls[1].record, configurationRequestModel(0x5A));  // ImcSession's identifier
 }
 
 TEST_F(CommandTest, ReadComesBeforeVersion)

@@ -12,7 +12,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdint>
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
@@ -23,6 +22,7 @@
 
 #include "DBG_CmdObserver.h"
 #include "ImcProbe.h"
+#include "ReferenceModels.h"
 #include "TestSupport.h"
 
 namespace {
@@ -64,17 +64,6 @@ using imc_standin::Fault;
 using imc_standin::Operation;
 
 constexpr unsigned char identifier = 0xA7;
-
-// The request as the manager must receive it: zero but for the identifier
-// byte at offset 2 and the code 600 at offset 8, in this host's byte order.
-std::vector<unsigned char> expectedRecord(unsigned char identifierByte)
-{
-    std::vector<unsigned char> bytes(2060, 0);
-    bytes[2] = identifierByte;
-    std::uint32_t const code = 600;
-    std::memcpy(&bytes[8], &code, sizeof code);
-    return bytes;
-}
 
 std::string socketMessage(int error)
 {
@@ -132,7 +121,7 @@ TEST_F(StartTest, PostsTheConfigurationRequestByteForByte)
     std::vector<Call> const posts = callsOf(Operation::Post);
     ASSERT_EQ(posts.size(), 1u);
     ASSERT_EQ(posts[0].record.size(), 2060u);
-    EXPECT_EQ(posts[0].record, expectedRecord(identifier));
+    EXPECT_EQ(posts[0].record, configurationRequestModel(identifier));
     for (std::size_t offset = 0; offset < posts[0].record.size(); ++offset) {
         if (offset != 2 && (offset < 8 || offset > 11)) {
             EXPECT_EQ(posts[0].record[offset], 0) << "offset " << offset;
@@ -178,7 +167,7 @@ TEST_F(StartTest, HandlerOfTheManagerReceivesTheSameRecord)
     });
     observer.startCommand();
     imc_standin::setPostHandler(nullptr);
-    EXPECT_EQ(handled, expectedRecord(identifier));
+    EXPECT_EQ(handled, configurationRequestModel(identifier));
 }
 
 TEST_F(StartTest, EveryRequestIsBuiltAfresh)
@@ -187,8 +176,8 @@ TEST_F(StartTest, EveryRequestIsBuiltAfresh)
     observer.startCommand();
     std::vector<Call> const posts = callsOf(Operation::Post);
     ASSERT_EQ(posts.size(), 2u);
-    EXPECT_EQ(posts[0].record, expectedRecord(identifier));
-    EXPECT_EQ(posts[1].record, expectedRecord(identifier));
+    EXPECT_EQ(posts[0].record, configurationRequestModel(identifier));
+    EXPECT_EQ(posts[1].record, configurationRequestModel(identifier));
 }
 
 TEST_F(StartTest, IdentifierByteComesFromTheManagerOfModule255)
@@ -202,7 +191,7 @@ TEST_F(StartTest, IdentifierByteComesFromTheManagerOfModule255)
     observer.pImcManager = imc_standin::manager();
     std::vector<Call> const posts = callsOf(Operation::Post);
     ASSERT_EQ(posts.size(), 1u);
-    EXPECT_EQ(posts[0].record, expectedRecord(identifier));
+    EXPECT_EQ(posts[0].record, configurationRequestModel(identifier));
 }
 
 TEST_F(StartTest, RuntimeErrorOfThePostReportsAndExitsThroughTheManager)

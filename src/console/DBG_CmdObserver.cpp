@@ -149,9 +149,9 @@ void DBG_CmdObserver::command(std::string const& line, int)
 void DBG_CmdObserver::startCommand()
 {
     imc_msg request;
-    std::memset(&request, 0, sizeof request);
-    request.code = readConfigurationRequest;
-    request.sender = requireImcManager(imcLibraryModule).identifier;
+    clearImcRecord(request);
+    setImcRecordCode(request, readConfigurationRequest);
+    setImcRecordSender(request, imcIdentifier(requireImcManager(imcLibraryModule)));
     try {
         pImcManager->post(request);
     } catch (std::runtime_error const&) {

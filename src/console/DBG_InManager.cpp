@@ -73,7 +73,7 @@ void DBG_InManager::onStdInput(std::string const& line)
     }
     try {
         IMC_Manager& manager = requireImcManager(imcConsoleModule);
-        manager.consoleFlag = 1;
+        markConsoleLine(manager);
         manager.receiveCommand(0, line);
         std::cout << ">" << std::flush;
     } catch (std::runtime_error const&) {

@@ -40,7 +40,7 @@ DBG_OutManager& insertEscaped(DBG_OutManager& out, std::string const& text)
 DBG_Log::DBG_Log() : m_out(nullptr), m_imcValue(nullptr), m_imcFallback(-1)
 {
     try {
-        m_imcValue = &requireImcManager(imcLibraryModule).traceLevel;
+        m_imcValue = imcDesignatedValue(requireImcManager(imcLibraryModule));
     } catch (std::runtime_error const&) {
         m_imcValue = &m_imcFallback;
     }

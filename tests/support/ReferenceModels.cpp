@@ -1,6 +1,8 @@
 #include "ReferenceModels.h"
 
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 std::string percentDoubled(std::string const& text)
 {
@@ -27,4 +29,13 @@ std::string hexDumpModel(unsigned char const* data, std::size_t length)
             dump += ' ';
     }
     return dump;
+}
+
+std::vector<unsigned char> configurationRequestModel(unsigned char identifier)
+{
+    std::vector<unsigned char> bytes(2060, 0);
+    bytes[2] = identifier;
+    std::uint32_t const code = 600;
+    std::memcpy(&bytes[8], &code, sizeof code);
+    return bytes;
 }
