@@ -6,6 +6,15 @@ set(DBG_DEB_SOURCE dbg)
 set(DBG_DEB_RELEASE 1)
 set(DBG_DEB_VERSION ${PROJECT_VERSION}-${DBG_DEB_RELEASE})
 
+# The packages of the cxx11 std::string ABI.
+set(dbg_deb_packages
+  runtime libdbg1
+  development libdbg-dev
+  imc-standin libimc1
+  imc-standin-dev libimc-dev
+  vcom-standin libvcom-dev
+  tools dbg-tools)
+
 # The packages of the older std::string ABI (DBG_LEGACY_STRING_ABI) are
 # another variant: each package whose files depend on the ABI has its name
 # with "-legacy-abi" (before "-dev"). The voice enumerations, headers of
@@ -16,6 +25,8 @@ if(DBG_LEGACY_STRING_ABI)
   set(dbg_deb_abi_suffix -legacy-abi)
   set(dbg_deb_other_abi_suffix "")
 endif()
+# `variable` gets the name of the package `package` (of the cxx11 ABI) in
+# the variant of `suffix`.
 function(dbg_deb_name variable package suffix)
   if(package STREQUAL "libvcom-dev")
     set(${variable} ${package} PARENT_SCOPE)
@@ -25,17 +36,6 @@ function(dbg_deb_name variable package suffix)
     set(${variable} ${package}${suffix} PARENT_SCOPE)
   endif()
 endfunction()
-
-set(dbg_deb_packages "")
-foreach(component_and_package IN ITEMS
-    runtime:libdbg1 development:libdbg-dev imc-standin:libimc1 imc-standin-dev:libimc-dev
-    vcom-standin:libvcom-dev tools:dbg-tools)
-  string(REPLACE ":" ";" component_and_package ${component_and_package})
-  list(GET component_and_package 0 component)
-  list(GET component_and_package 1 package)
-  dbg_deb_name(name ${package} "${dbg_deb_abi_suffix}")
-  list(APPEND dbg_deb_packages ${component} ${name})
-endforeach()
 dbg_deb_name(dbg_deb_libdbg1 libdbg1 "${dbg_deb_abi_suffix}")
 dbg_deb_name(dbg_deb_libimc1 libimc1 "${dbg_deb_abi_suffix}")
 dbg_deb_name(dbg_deb_libimc_dev libimc-dev "${dbg_deb_abi_suffix}")
@@ -58,7 +58,8 @@ if(DBG_INSTALL_DEBIAN_DOCS)
   endforeach()
   set(dbg_remaining ${dbg_deb_packages})
   while(dbg_remaining)
-    list(POP_FRONT dbg_remaining component package)
+    list(POP_FRONT dbg_remaining component cxx11_package)
+    dbg_deb_name(package ${cxx11_package} "${dbg_deb_abi_suffix}")
     install(FILES cmake/debian/copyright ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.Debian.gz
       DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package} COMPONENT ${component})
     # Internal packages: there is no bug in Debian's tracker to close.
@@ -144,12 +145,12 @@ endif()
 # libraries do not, their ABI is what differs.
 set(dbg_remaining ${dbg_deb_packages})
 while(dbg_remaining)
-  list(POP_FRONT dbg_remaining component package)
+  list(POP_FRONT dbg_remaining component cxx11_package)
   string(TOUPPER ${component} COMPONENT)
+  dbg_deb_name(package ${cxx11_package} "${dbg_deb_abi_suffix}")
+  dbg_deb_name(other ${cxx11_package} "${dbg_deb_other_abi_suffix}")
   set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME ${package})
-  if(NOT component STREQUAL "vcom-standin")
-    string(REGEX REPLACE "-legacy-abi" "" cxx11_package ${package})
-    dbg_deb_name(other ${cxx11_package} "${dbg_deb_other_abi_suffix}")
+  if(NOT package STREQUAL other)
     set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_CONFLICTS ${other})
     set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_REPLACES ${other})
     if(DBG_LEGACY_STRING_ABI AND component MATCHES "^(development|imc-standin-dev|tools)$")
