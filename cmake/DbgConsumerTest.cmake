@@ -1,13 +1,14 @@
 # Installs a build into a staging directory (DESTDIR) and uses it the way a
 # module does: cmake -P DbgConsumerTest.cmake with
-#   MODE            find_package | pkg-config | runtime-component | imc-standin
+#   MODE            find_package | pkg-config | other-abi | runtime-component | imc-standin
 #   BUILD_DIR       the library's build tree
 #   SOURCE_DIR      the library's source tree (examples/module)
 #   WORK_DIR        scratch directory, emptied first and removed on success
 #   INSTALL_PREFIX  CMAKE_INSTALL_PREFIX of the build
 #   LIBDIR          CMAKE_INSTALL_LIBDIR of the build
 #   CXX             the build's C++ compiler (pkg-config mode)
-#   NM              the nm of the build's architecture (imc-standin mode)
+#   NM              the nm of the build's architecture
+#   STRING_ABI      the build's std::string ABI, cxx11 or legacy
 # and, for a cross build:
 #   TOOLCHAIN_FILE  its toolchain file
 #   SYSROOT_EXTRA   its DBG_PPC_SYSROOT_EXTRA, "|" between prefixes
@@ -16,10 +17,12 @@
 # and BUILD_CXX_FLAGS, BUILD_LINK_FLAGS: the build's own flags, which the
 # module shares (a sanitized library needs a sanitized program).
 # The module's output must be examples/module/expected-output.txt, byte for
-# byte.
+# byte, and the module must be in the library's std::string ABI without being
+# told. In other-abi mode the module forces the other ABI and its build must
+# stop with the message that names both.
 cmake_minimum_required(VERSION 3.25)
 
-foreach(required MODE BUILD_DIR SOURCE_DIR WORK_DIR INSTALL_PREFIX LIBDIR)
+foreach(required MODE BUILD_DIR SOURCE_DIR WORK_DIR INSTALL_PREFIX LIBDIR NM STRING_ABI)
   if(NOT DEFINED ${required} OR "${${required}}" STREQUAL "")
     message(FATAL_ERROR "${required} is not given")
   endif()
@@ -27,12 +30,24 @@ endforeach()
 string(REPLACE "|" ";" SYSROOT_EXTRA "${SYSROOT_EXTRA}")
 string(REPLACE "|" ";" EMULATOR "${EMULATOR}")
 
+# Runs a command that must succeed; its output goes to the variable `output`.
 function(run)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
   if(NOT result EQUAL 0)
     message(FATAL_ERROR "failed (${result}): ${ARGN}\n${output}")
   endif()
+  set(output "${output}" PARENT_SCOPE)
 endfunction()
+
+if(STRING_ABI STREQUAL "legacy")
+  set(cxx11_abi 0)
+  set(other_abi "cxx11 ABI (_GLIBCXX_USE_CXX11_ABI=1)")
+elseif(STRING_ABI STREQUAL "cxx11")
+  set(cxx11_abi 1)
+  set(other_abi "legacy ABI (_GLIBCXX_USE_CXX11_ABI=0)")
+else()
+  message(FATAL_ERROR "STRING_ABI is '${STRING_ABI}', not cxx11 or legacy")
+endif()
 
 file(REMOVE_RECURSE "${WORK_DIR}")
 file(MAKE_DIRECTORY "${WORK_DIR}")
@@ -96,8 +111,13 @@ set(example "${SOURCE_DIR}/examples/module")
 set(build "${WORK_DIR}/module")
 # The installed headers must be as clean as the library's own build.
 set(warnings "${BUILD_CXX_FLAGS} -Wall -Wextra -Werror")
-if(MODE STREQUAL "find_package")
-  set(arguments -S ${example} -B ${build} -DCMAKE_BUILD_TYPE=Release "-DCMAKE_CXX_FLAGS=${warnings}"
+if(MODE MATCHES "^(find_package|other-abi)$")
+  set(module_cxx_flags "${warnings}")
+  if(MODE STREQUAL "other-abi")
+    math(EXPR forced_abi "1 - ${cxx11_abi}")
+    string(APPEND module_cxx_flags " -D_GLIBCXX_USE_CXX11_ABI=${forced_abi}")
+  endif()
+  set(arguments -S ${example} -B ${build} -DCMAKE_BUILD_TYPE=Release "-DCMAKE_CXX_FLAGS=${module_cxx_flags}"
                 "-DCMAKE_EXE_LINKER_FLAGS=${BUILD_LINK_FLAGS}")
   if(TOOLCHAIN_FILE)
     # The staged prefix joins the target roots; a list goes in through an
@@ -109,6 +129,22 @@ if(MODE STREQUAL "find_package")
     list(APPEND arguments -DCMAKE_PREFIX_PATH=${prefix})
   endif()
   run(${CMAKE_COMMAND} ${arguments})
+  string(FIND "${output}" "dbg std::string ABI: ${STRING_ABI}\n" found)
+  if(found EQUAL -1)
+    message(FATAL_ERROR "find_package(dbg) does not say the ABI is ${STRING_ABI}:\n${output}")
+  endif()
+  if(MODE STREQUAL "other-abi")
+    execute_process(COMMAND ${CMAKE_COMMAND} --build ${build}
+      RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+    set(reason "libdbg is built in the ${STRING_ABI} std::string ABI (_GLIBCXX_USE_CXX11_ABI=${cxx11_abi}), this module in the ${other_abi}")
+    string(FIND "${output}" "${reason}" found)
+    if(result EQUAL 0 OR found EQUAL -1)
+      message(FATAL_ERROR "a module forcing the other ABI must stop at compile time with\n[${reason}]\nbut its build (status ${result}) said:\n${output}")
+    endif()
+    file(REMOVE_RECURSE "${WORK_DIR}")
+    message(STATUS "other-abi: the module's build stops naming both ABIs")
+    return()
+  endif()
   run(${CMAKE_COMMAND} --build ${build})
 elseif(MODE STREQUAL "pkg-config")
   find_program(PKG_CONFIG NAMES pkg-config pkgconf REQUIRED)
@@ -123,12 +159,25 @@ elseif(MODE STREQUAL "pkg-config")
       "Cflags: -I${TCL_INCLUDE_DIR}\nLibs: -L${tcl_libdir} -ltcl8.6\n")
     set(environment PKG_CONFIG_LIBDIR=${search}:${WORK_DIR}/target-pc)
   endif()
+  run(${CMAKE_COMMAND} -E env ${environment} ${PKG_CONFIG} --variable=string_abi dbg)
+  if(NOT output STREQUAL "${STRING_ABI}\n")
+    message(FATAL_ERROR "dbg.pc says the ABI is '${output}', not ${STRING_ABI}")
+  endif()
   file(MAKE_DIRECTORY "${build}")
   run(${CMAKE_COMMAND} -E env ${environment}
       make -C ${build} -f ${example}/Makefile VPATH=${example} PKG_CONFIG=${PKG_CONFIG} CXX=${CXX}
       "CXXFLAGS=-O2 ${warnings}" "LDFLAGS=${BUILD_LINK_FLAGS}")
 else()
   message(FATAL_ERROR "unknown MODE ${MODE}")
+endif()
+
+# The module's undefined symbols name std::__cxx11 only in the cxx11 ABI.
+run(${NM} -D -C --undefined-only ${build}/module)
+string(FIND "${output}" "std::__cxx11::" found)
+if(STRING_ABI STREQUAL "legacy" AND NOT found EQUAL -1)
+  message(FATAL_ERROR "the module is to be in the legacy ABI, yet needs:\n${output}")
+elseif(STRING_ABI STREQUAL "cxx11" AND found EQUAL -1)
+  message(FATAL_ERROR "the module is to be in the cxx11 ABI, yet needs no std::__cxx11 symbol:\n${output}")
 endif()
 
 # The module runs against the staged libraries only.

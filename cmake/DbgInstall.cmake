@@ -26,6 +26,8 @@ install(TARGETS dbg EXPORT dbg-targets
     NAMELINK_COMPONENT development)
 install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/dbg
   COMPONENT development FILES_MATCHING PATTERN "*.h")
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/include/DBG_StringAbi.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/dbg
+  COMPONENT development)
 install(EXPORT dbg-targets NAMESPACE dbg:: FILE dbg-targets.cmake
   DESTINATION ${DBG_INSTALL_CMAKEDIR} COMPONENT development)
 
@@ -72,7 +74,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/dbgConfig.cmake ${CMAKE_CURRENT_BINARY
 set(dbg_pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 file(RELATIVE_PATH dbg_pc_to_prefix /${dbg_pc_dir} /)
 string(REGEX REPLACE "/$" "" dbg_pc_to_prefix "${dbg_pc_to_prefix}")
-set(dbg_pc_cflags "-I\${includedir}/dbg")
+set(dbg_pc_cflags "-D_GLIBCXX_USE_CXX11_ABI=${DBG_CXX11_ABI} -I\${includedir}/dbg")
 set(dbg_pc_libs "-L\${libdir} -ldbg")
 if(dbg_standin_imc)
   string(APPEND dbg_pc_cflags " -I\${includedir}/dbg/imc")

@@ -6,6 +6,7 @@ set(DBG_DEB_SOURCE dbg)
 set(DBG_DEB_RELEASE 1)
 set(DBG_DEB_VERSION ${PROJECT_VERSION}-${DBG_DEB_RELEASE})
 
+# The packages of the cxx11 std::string ABI.
 set(dbg_deb_packages
   runtime libdbg1
   development libdbg-dev
@@ -13,6 +14,31 @@ set(dbg_deb_packages
   imc-standin-dev libimc-dev
   vcom-standin libvcom-dev
   tools dbg-tools)
+
+# The packages of the older std::string ABI (DBG_LEGACY_STRING_ABI) are
+# another variant: each package whose files depend on the ABI has its name
+# with "-legacy-abi" (before "-dev"). The voice enumerations, headers of
+# plain enumerations, are one package for both.
+set(dbg_deb_abi_suffix "")
+set(dbg_deb_other_abi_suffix -legacy-abi)
+if(DBG_LEGACY_STRING_ABI)
+  set(dbg_deb_abi_suffix -legacy-abi)
+  set(dbg_deb_other_abi_suffix "")
+endif()
+# `variable` gets the name of the package `package` (of the cxx11 ABI) in
+# the variant of `suffix`.
+function(dbg_deb_name variable package suffix)
+  if(package STREQUAL "libvcom-dev")
+    set(${variable} ${package} PARENT_SCOPE)
+  elseif(package MATCHES "^(.*)-dev$")
+    set(${variable} ${CMAKE_MATCH_1}${suffix}-dev PARENT_SCOPE)
+  else()
+    set(${variable} ${package}${suffix} PARENT_SCOPE)
+  endif()
+endfunction()
+dbg_deb_name(dbg_deb_libdbg1 libdbg1 "${dbg_deb_abi_suffix}")
+dbg_deb_name(dbg_deb_libimc1 libimc1 "${dbg_deb_abi_suffix}")
+dbg_deb_name(dbg_deb_libimc_dev libimc-dev "${dbg_deb_abi_suffix}")
 
 # Debian wants copyright and changelog.Debian.gz in every package's doc
 # directory, the changelog compressed with gzip -9n.
@@ -32,7 +58,8 @@ if(DBG_INSTALL_DEBIAN_DOCS)
   endforeach()
   set(dbg_remaining ${dbg_deb_packages})
   while(dbg_remaining)
-    list(POP_FRONT dbg_remaining component package)
+    list(POP_FRONT dbg_remaining component cxx11_package)
+    dbg_deb_name(package ${cxx11_package} "${dbg_deb_abi_suffix}")
     install(FILES cmake/debian/copyright ${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.Debian.gz
       DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package} COMPONENT ${component})
     # Internal packages: there is no bug in Debian's tracker to close.
@@ -44,6 +71,11 @@ if(DBG_INSTALL_DEBIAN_DOCS)
         "# CPack's, which call ldconfig; the ldconfig trigger does that work.\n"
         "${package}: maintainer-script-empty [postinst]\n"
         "${package}: maintainer-script-empty [postrm]\n")
+      if(DBG_LEGACY_STRING_ABI)
+        list(APPEND overrides
+          "# The older std::string ABI's variant: the library's soname, another name.\n"
+          "${package}: package-name-doesnt-match-sonames\n")
+      endif()
     endif()
     file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/debian/overrides/${package} ${overrides})
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/debian/overrides/${package}
@@ -109,11 +141,25 @@ if(dbg_standin_vcom)
   list(APPEND CPACK_COMPONENTS_ALL vcom-standin)
 endif()
 
+# The two variants of a package hold the same files: each conflicts with
+# and replaces the other. The legacy variants of the development and tool
+# packages also stand in for the others (a module's build dependency on
+# libdbg-dev is met by either: the package gives the module its ABI); the
+# libraries do not, their ABI is what differs.
 set(dbg_remaining ${dbg_deb_packages})
 while(dbg_remaining)
-  list(POP_FRONT dbg_remaining component package)
+  list(POP_FRONT dbg_remaining component cxx11_package)
   string(TOUPPER ${component} COMPONENT)
+  dbg_deb_name(package ${cxx11_package} "${dbg_deb_abi_suffix}")
+  dbg_deb_name(other ${cxx11_package} "${dbg_deb_other_abi_suffix}")
   set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME ${package})
+  if(NOT package STREQUAL other)
+    set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_CONFLICTS ${other})
+    set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_REPLACES ${other})
+    if(DBG_LEGACY_STRING_ABI AND component MATCHES "^(development|imc-standin-dev|tools)$")
+      set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_PROVIDES ${other})
+    endif()
+  endif()
 endwhile()
 
 # Shared libraries: the linker cache is refreshed by the ldconfig trigger;
@@ -127,7 +173,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${dbg_deb_library_control})
 set(CPACK_DEBIAN_IMC-STANDIN_PACKAGE_CONTROL_EXTRA ${dbg_deb_library_control})
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-dbg_deb_depends(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libimc1 (>= 1.0.0)" "libtcl8.6 (>= 8.6.0)")
+dbg_deb_depends(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${dbg_deb_libimc1} (>= 1.0.0)" "libtcl8.6 (>= 8.6.0)")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "debug support library of the SIP trunk gateway
 libdbg gives the gateway's modules one trace output that an operator
@@ -139,7 +185,7 @@ This package holds the shared library.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-  "libdbg1 (= ${DBG_DEB_VERSION}), libimc-dev, libvcom-dev, tcl8.6-dev")
+  "${dbg_deb_libdbg1} (= ${DBG_DEB_VERSION}), ${dbg_deb_libimc_dev}, libvcom-dev, tcl8.6-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 "debug support library of the SIP trunk gateway - development files
 libdbg gives the gateway's modules one trace output that an operator
@@ -157,7 +203,7 @@ board maker's IMC library: command routing, answers, traces and posted
 records. Images that carry the maker's library do not install it.")
 
 set(CPACK_DEBIAN_IMC-STANDIN-DEV_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_IMC-STANDIN-DEV_PACKAGE_DEPENDS "libimc1 (= ${DBG_DEB_VERSION})")
+set(CPACK_DEBIAN_IMC-STANDIN-DEV_PACKAGE_DEPENDS "${dbg_deb_libimc1} (= ${DBG_DEB_VERSION})")
 set(CPACK_COMPONENT_IMC-STANDIN-DEV_DESCRIPTION
 "IMC manager stand-in for the SIP trunk gateway - development files
 The headers of the IMC manager stand-in, its host control interface and
@@ -172,7 +218,7 @@ target dbg::vcom.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
 dbg_deb_depends(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
-  "libdbg1 (= ${DBG_DEB_VERSION}), libimc1 (>= 1.0.0)" "libtcl8.6 (>= 8.6.0)")
+  "${dbg_deb_libdbg1} (= ${DBG_DEB_VERSION}), ${dbg_deb_libimc1} (>= 1.0.0)" "libtcl8.6 (>= 8.6.0)")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 "operator tools of the SIP trunk gateway debug library
 dbgctl sends one debug command line to a running gateway host and prints
@@ -180,5 +226,14 @@ its answer, so the debug output of a daemonised gateway can be switched.
 dbg-gateway is the demo gateway host: the debug library at work with an
 IMC manager, the console, the command socket dbgctl talks to and
 simulated call traffic.")
+
+if(DBG_LEGACY_STRING_ABI)
+  foreach(COMPONENT IN ITEMS RUNTIME DEVELOPMENT IMC-STANDIN IMC-STANDIN-DEV TOOLS)
+    string(APPEND CPACK_COMPONENT_${COMPONENT}_DESCRIPTION "
+.
+Built in the older std::string ABI (_GLIBCXX_USE_CXX11_ABI=0), for
+modules built by toolchains older than GCC 5 or with that setting.")
+  endforeach()
+endif()
 
 include(CPack)

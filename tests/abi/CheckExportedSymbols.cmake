@@ -1,8 +1,10 @@
 # Compares the dynamic symbols libdbg.so exports with the committed list.
 # Usage: cmake -DNM=<nm> -DLIBRARY=<libdbg.so> -DPOINTER_SIZE=<bytes>
-#              -DEXPECTED=<list> [-DUPDATE=ON] -P CheckExportedSymbols.cmake
+#              -DSTRING_ABI=cxx11|legacy -DEXPECTED=<list> [-DUPDATE=ON]
+#              -P CheckExportedSymbols.cmake
 # A vtable is listed with its number of entries, so an added, removed or
-# moved virtual function shows too.
+# moved virtual function shows too. A library of the legacy std::string ABI
+# names no cxx11 string anywhere, in the list or in what it exports.
 execute_process(COMMAND ${NM} -D -C -S --defined-only ${LIBRARY}
   OUTPUT_VARIABLE listing RESULT_VARIABLE status)
 if(NOT status EQUAL 0)
@@ -33,6 +35,17 @@ endforeach()
 list(SORT actual)
 list(JOIN actual "\n" actual_text)
 set(actual_text "${actual_text}\n")
+
+if(STRING_ABI STREQUAL "legacy")
+  set(cxx11_names "${actual}")
+  list(FILTER cxx11_names INCLUDE REGEX "__cxx11|abi:cxx11")
+  if(cxx11_names)
+    list(JOIN cxx11_names "\n  " cxx11_names)
+    message(FATAL_ERROR "${LIBRARY} is to be in the legacy std::string ABI, yet exports\n  ${cxx11_names}")
+  endif()
+elseif(NOT STRING_ABI STREQUAL "cxx11")
+  message(FATAL_ERROR "STRING_ABI is '${STRING_ABI}', not cxx11 or legacy")
+endif()
 
 if(UPDATE)
   file(WRITE ${EXPECTED} "${actual_text}")

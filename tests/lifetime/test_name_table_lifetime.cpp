@@ -25,23 +25,30 @@ struct Table {
     std::size_t textOffset;
 };
 
-// The order the library builds them in. Arrays of std::string carry the
-// string's ABI tag in their symbol.
+// The string's ABI tag that the symbol of an array of std::string carries
+// in the cxx11 ABI; the older ABI has none.
+#if _GLIBCXX_USE_CXX11_ABI
+#define STRING_ABI_TAG "B5cxx11"
+#else
+#define STRING_ABI_TAG ""
+#endif
+
+// The order the library builds them in.
 Table const tables[] = {
-    {"codecToStr", "_ZN10DBG_Output10codecToStrB5cxx11E", 0},
-    {"directionToStr", "_ZN10DBG_Output14directionToStrB5cxx11E", 0},
-    {"addressPlanToStr", "_ZN10DBG_Output16addressPlanToStrB5cxx11E", 0},
-    {"addressPresentationToStr", "_ZN10DBG_Output24addressPresentationToStrB5cxx11E", 0},
-    {"addressTypeToStr", "_ZN10DBG_Output16addressTypeToStrB5cxx11E", 0},
-    {"sinToStr", "_ZN10DBG_Output8sinToStrB5cxx11E", 0},
-    {"ulawToStr", "_ZN10DBG_Output9ulawToStrB5cxx11E", 0},
-    {"hangupSourceToStr", "_ZN10DBG_Output17hangupSourceToStrB5cxx11E", 0},
-    {"statusToStr", "_ZN10DBG_Output11statusToStrB5cxx11E", 0},
+    {"codecToStr", "_ZN10DBG_Output10codecToStr" STRING_ABI_TAG "E", 0},
+    {"directionToStr", "_ZN10DBG_Output14directionToStr" STRING_ABI_TAG "E", 0},
+    {"addressPlanToStr", "_ZN10DBG_Output16addressPlanToStr" STRING_ABI_TAG "E", 0},
+    {"addressPresentationToStr", "_ZN10DBG_Output24addressPresentationToStr" STRING_ABI_TAG "E", 0},
+    {"addressTypeToStr", "_ZN10DBG_Output16addressTypeToStr" STRING_ABI_TAG "E", 0},
+    {"sinToStr", "_ZN10DBG_Output8sinToStr" STRING_ABI_TAG "E", 0},
+    {"ulawToStr", "_ZN10DBG_Output9ulawToStr" STRING_ABI_TAG "E", 0},
+    {"hangupSourceToStr", "_ZN10DBG_Output17hangupSourceToStr" STRING_ABI_TAG "E", 0},
+    {"statusToStr", "_ZN10DBG_Output11statusToStr" STRING_ABI_TAG "E", 0},
     {"causeToStr", "_ZN10DBG_Output10causeToStrE", offsetof(DBG_CauseStr, text)},
     {"framingToStr", "_ZN10DBG_Output12framingToStrE", offsetof(DBG_FramingStr, text)},
-    {"opeTypToStr", "_ZN10DBG_Output11opeTypToStrB5cxx11E", 0},
-    {"reasonToStr", "_ZN10DBG_Output11reasonToStrB5cxx11E", 0},
-    {"uagentToStr", "_ZN10DBG_Output11uagentToStrB5cxx11E", 0},
+    {"opeTypToStr", "_ZN10DBG_Output11opeTypToStr" STRING_ABI_TAG "E", 0},
+    {"reasonToStr", "_ZN10DBG_Output11reasonToStr" STRING_ABI_TAG "E", 0},
+    {"uagentToStr", "_ZN10DBG_Output11uagentToStr" STRING_ABI_TAG "E", 0},
 };
 constexpr std::size_t tableCount = sizeof tables / sizeof tables[0];
 
