@@ -489,8 +489,10 @@ def main():
     carried_identifiers = {r["mutant"].identifier for r in carried}
     to_run = [m for m in to_run if m.identifier not in carried_identifiers]
 
-    log("{} mutants, {} listed as equivalent, {} taken from {}, after {} s; the unmutated suite first".format(
-        len(mutants), len(results) - len(carried), len(carried), arguments.resume, round(time.monotonic() - started)))
+    log("{} mutants, {} listed as equivalent{}, after {} s; the unmutated suite first".format(
+        len(mutants), len(results) - len(carried),
+        ", {} taken from {}".format(len(carried), arguments.resume) if arguments.resume else "",
+        round(time.monotonic() - started)))
     tests = [Tests(w) for w in workers]
     with concurrent.futures.ThreadPoolExecutor(len(workers)) as pool:
         for future in [pool.submit(t.baseline) for t in tests]:
