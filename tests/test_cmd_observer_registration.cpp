@@ -157,6 +157,26 @@ TEST_F(CmdObserverRegistration, FailingCleanUpDoesNotReplaceTheRegistrationFailu
     EXPECT_EQ(callsOf(Operation::Unregistration).size(), 1u);
 }
 
+// Whatever the second registration throws, standard exception or not, the
+// first key is released before it passes on.
+TEST_F(CmdObserverRegistration, ForeignExceptionFromTheSecondRegistrationReleasesTheFirstKey)
+{
+    imc_standin::injectFault(Operation::Registration, Fault::ForeignException, 1, 1);
+    EXPECT_THROW(DBG_CmdObserver observer(imc_standin::manager()), imc_standin::NonStandardFault);
+    std::vector<Call> const unregistrations = callsOf(Operation::Unregistration);
+    ASSERT_EQ(unregistrations.size(), 1u);
+    EXPECT_EQ(unregistrations[0].text, "DBG");
+}
+
+// Whatever the release throws, the caller sees the registration's failure.
+TEST_F(CmdObserverRegistration, ForeignExceptionFromTheCleanUpDoesNotReplaceTheRegistrationFailure)
+{
+    imc_standin::injectFault(Operation::Registration, Fault::RuntimeError, 1, 1);
+    imc_standin::injectFault(Operation::Unregistration, Fault::ForeignException, 1);
+    EXPECT_THROW(DBG_CmdObserver observer(imc_standin::manager()), std::runtime_error);
+    EXPECT_EQ(callsOf(Operation::Unregistration).size(), 1u);
+}
+
 TEST_F(CmdObserverRegistration, FailingCleanUpStillLetsTheRegistrationFailureReachTheManagersCaller)
 {
     imc_standin::injectFault(Operation::Registration, Fault::OtherException, 1, 1);

@@ -1,10 +1,12 @@
 // The operator console against the IMC stand-in, in process: the expectedBanner, the
 // "exit" lines, how lines reach the manager, what happens without one, and
 // the Tcl handler reading from a real pipe on fd 0.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <stdexcept>
@@ -20,6 +22,83 @@
 #include "DBG_OutManager.h"
 #include "ImcProbe.h"
 #include "TestSupport.h"
+
+namespace {
+
+// The console's calls on Tcl, in order, while a test watches them.
+struct TclCall {
+    std::string name;
+    void const* object = nullptr;  // the channel, or the string record
+    int mask = 0;
+    Tcl_ChannelProc* procedure = nullptr;
+    ClientData clientData = nullptr;
+    std::string coutSoFar;    // what the watching capture held at the call
+    bool zeroFilled = false;  // the record was all zero bytes (Tcl_DStringInit)
+};
+
+bool watchingTcl = false;
+std::vector<TclCall> tclCalls;
+CoutCapture const* coutWhileWatching = nullptr;
+
+void recordTclCall(TclCall call)
+{
+    if (!watchingTcl)
+        return;
+    if (coutWhileWatching)
+        call.coutSoFar = coutWhileWatching->text();
+    tclCalls.push_back(call);
+}
+
+template <typename Function>
+Function nextTcl(char const* name)
+{
+    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+extern "C" void Tcl_CreateChannelHandler(Tcl_Channel channel, int mask, Tcl_ChannelProc* procedure,
+                                         ClientData clientData)
+{
+    using Create = void (*)(Tcl_Channel, int, Tcl_ChannelProc*, ClientData);
+    static Create const next = nextTcl<Create>("Tcl_CreateChannelHandler");
+    recordTclCall({"create", channel, mask, procedure, clientData, "", false});
+    next(channel, mask, procedure, clientData);
+}
+
+extern "C" void Tcl_DeleteChannelHandler(Tcl_Channel channel, Tcl_ChannelProc* procedure, ClientData clientData)
+{
+    using Delete = void (*)(Tcl_Channel, Tcl_ChannelProc*, ClientData);
+    static Delete const next = nextTcl<Delete>("Tcl_DeleteChannelHandler");
+    recordTclCall({"delete", channel, 0, procedure, clientData, "", false});
+    next(channel, procedure, clientData);
+}
+
+extern "C" int Tcl_Close(Tcl_Interp* interpreter, Tcl_Channel channel)
+{
+    using Close = int (*)(Tcl_Interp*, Tcl_Channel);
+    static Close const next = nextTcl<Close>("Tcl_Close");
+    recordTclCall({"close", channel, 0, nullptr, interpreter, "", false});
+    return next(interpreter, channel);
+}
+
+extern "C" void Tcl_DStringInit(Tcl_DString* record)
+{
+    using Init = void (*)(Tcl_DString*);
+    static Init const next = nextTcl<Init>("Tcl_DStringInit");
+    unsigned char const* const bytes = reinterpret_cast<unsigned char const*>(record);
+    bool const zeroFilled = std::all_of(bytes, bytes + sizeof *record, [](unsigned char b) { return b == 0; });
+    recordTclCall({"init", record, 0, nullptr, nullptr, "", zeroFilled});
+    next(record);
+}
+
+extern "C" int Tcl_Gets(Tcl_Channel channel, Tcl_DString* record)
+{
+    using Gets = int (*)(Tcl_Channel, Tcl_DString*);
+    static Gets const next = nextTcl<Gets>("Tcl_Gets");
+    recordTclCall({"gets", record, 0, nullptr, channel, "", false});
+    return next(channel, record);
+}
 
 namespace {
 
@@ -43,6 +122,16 @@ bool sigtermStaysAway()
 {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     return sigtermCount == 0;
+}
+
+// The banner's lines, each with its line end.
+std::vector<std::string> bannerLines()
+{
+    std::vector<std::string> lines;
+    std::string const banner = expectedBanner;
+    for (std::size_t begin = 0, end; (end = banner.find('\n', begin)) != std::string::npos; begin = end + 1)
+        lines.push_back(banner.substr(begin, end + 1 - begin));
+    return lines;
 }
 
 // Every test gets a pipe as fd 0 before Tcl first looks at standard input,
@@ -323,13 +412,40 @@ TEST_F(Console, BannerLinesAreFlushedOneByOne)
 {
     CoutCapture output;
     ASSERT_NE(DBG_InManager::instance(), nullptr);
-    std::vector<std::string> lines;
-    std::string const banner = expectedBanner;
-    for (std::size_t begin = 0, end; (end = banner.find('\n', begin)) != std::string::npos; begin = end + 1)
-        lines.push_back(banner.substr(begin, end + 1 - begin));
+    std::vector<std::string> const lines = bannerLines();
     ASSERT_EQ(lines.size(), 8u);
     EXPECT_EQ(output.flushed(), lines);
     EXPECT_EQ(output.unflushed(), "");
+}
+
+// Every text of the console is inserted into std::cout as the stream
+// formats it: a width set on std::cout pads it.
+TEST_F(Console, BannerTakesTheWidthOfStdCout)
+{
+    PaddedCoutCapture output(30, '.');
+    ASSERT_NE(DBG_InManager::instance(), nullptr);
+    std::string padded;
+    for (std::string const& line : bannerLines())
+        padded += paddedText(line, 31, '.');
+    EXPECT_EQ(output.text(), padded);
+}
+
+TEST_F(Console, CommandLostAndPromptTakeTheWidthOfStdCout)
+{
+    DBG_InManager* const in = console();
+    ASSERT_EQ(imc_standin::manager(), nullptr);
+    PaddedCoutCapture output(14, '.');
+    in->onStdInput("help");
+    EXPECT_EQ(output.text(), "..command lost\n.............>");
+}
+
+TEST_F(Console, PromptAfterACommandTakesTheWidthOfStdCout)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    PaddedCoutCapture output(3, '.');
+    in->onStdInput("");
+    EXPECT_EQ(output.text(), "..>");
 }
 
 TEST_F(Console, CommandLostIsFlushedBeforeThePrompt)
@@ -374,6 +490,103 @@ TEST_F(Console, OtherExceptionsLeaveTheConsole)
     CoutCapture out;
     EXPECT_THROW(in->onStdInput("help"), std::logic_error);
     EXPECT_EQ(out.text(), "");
+}
+
+// Watches the console's calls on Tcl for the life of the guard.
+class TclWatch {
+public:
+    explicit TclWatch(CoutCapture const* capture = nullptr)
+    {
+        tclCalls.clear();
+        coutWhileWatching = capture;
+        watchingTcl = true;
+    }
+    ~TclWatch()
+    {
+        watchingTcl = false;
+        coutWhileWatching = nullptr;
+    }
+    TclWatch(TclWatch const&) = delete;
+    TclWatch& operator=(TclWatch const&) = delete;
+};
+
+std::vector<TclCall> tclCallsNamed(std::vector<std::string> const& names)
+{
+    std::vector<TclCall> found;
+    for (TclCall const& call : tclCalls)
+        if (std::find(names.begin(), names.end(), call.name) != names.end())
+            found.push_back(call);
+    return found;
+}
+
+// The handler is attached, for readable events with the channel as its
+// client data, before the banner is printed.
+TEST_F(Console, HandlerIsAttachedBeforeTheBanner)
+{
+    CoutCapture out;
+    DBG_InManager* in = nullptr;
+    {
+        TclWatch const watch(&out);
+        in = DBG_InManager::instance();
+    }
+    ASSERT_NE(in, nullptr);
+    std::vector<TclCall> const creates = tclCallsNamed({"create"});
+    ASSERT_EQ(creates.size(), 1u);
+    EXPECT_EQ(creates[0].object, static_cast<void const*>(in->chan));
+    EXPECT_EQ(creates[0].mask, TCL_READABLE);
+    EXPECT_EQ(creates[0].procedure, &DBG_InManager::Tcl_StdinHandler);
+    EXPECT_EQ(creates[0].clientData, static_cast<ClientData>(in->chan));
+    EXPECT_EQ(creates[0].coutSoFar, "");
+    EXPECT_EQ(out.text(), expectedBanner);
+}
+
+// The handler is removed with the same arguments, then the channel closed
+// without an interpreter.
+TEST_F(Console, DesinstanceRemovesTheHandlerThenClosesTheChannel)
+{
+    Tcl_Channel const channel = console()->chan;
+    ASSERT_NE(channel, nullptr);
+    {
+        TclWatch const watch;
+        DBG_InManager::desinstance();
+    }
+    std::vector<TclCall> const calls = tclCallsNamed({"delete", "close"});
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[0].name, "delete");
+    EXPECT_EQ(calls[0].object, static_cast<void const*>(channel));
+    EXPECT_EQ(calls[0].procedure, &DBG_InManager::Tcl_StdinHandler);
+    EXPECT_EQ(calls[0].clientData, static_cast<ClientData>(channel));
+    EXPECT_EQ(calls[1].name, "close");
+    EXPECT_EQ(calls[1].object, static_cast<void const*>(channel));
+    EXPECT_EQ(calls[1].clientData, nullptr);
+}
+
+// Each event's record is zero-filled, then initialised, then read into.
+TEST_F(Console, EachRecordIsZeroFilledAndInitialisedBeforeTheLineIsRead)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    writeStdin("help\n");
+    // A freed block of the record's size full of other bytes, where the
+    // record is likely to be allocated next.
+    void* const junk = ::operator new(sizeof(Tcl_DString));
+    volatile unsigned char* const bytes = static_cast<unsigned char*>(junk);
+    for (std::size_t i = 0; i < sizeof(Tcl_DString); ++i)
+        bytes[i] = 0xA5;
+    ::operator delete(junk);
+    CoutCapture out;
+    {
+        TclWatch const watch;
+        DBG_InManager::Tcl_StdinHandler(in->chan, TCL_READABLE);
+    }
+    std::vector<TclCall> const calls = tclCallsNamed({"init", "gets"});
+    ASSERT_GE(calls.size(), 2u);
+    EXPECT_EQ(calls[0].name, "init");
+    EXPECT_TRUE(calls[0].zeroFilled);
+    std::vector<TclCall> const reads = tclCallsNamed({"gets"});
+    ASSERT_EQ(reads.size(), 1u);
+    EXPECT_EQ(reads[0].object, calls[0].object);
+    EXPECT_EQ(reads[0].clientData, static_cast<ClientData>(in->chan));
 }
 
 TEST_F(Console, StdinHandlerPassesOneLineWithoutItsLineEnd)

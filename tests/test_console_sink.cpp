@@ -59,6 +59,25 @@ TEST(ConsoleSinkOutput, StringIsWrittenWholeWithEmbeddedNul)
     EXPECT_EQ(capture.text().size(), 7u);
 }
 
+// std::cout formats the text as its own insertion does: a width set on it
+// pads the next string, and only that one.
+TEST(ConsoleSinkOutput, StringTakesTheWidthAndFillOfStdCout)
+{
+    PaddedCoutCapture capture(6, '*');
+    DBG_Output console;
+    console << std::string("ab") << std::string("cd");
+    EXPECT_EQ(capture.text(), "****abcd");
+}
+
+// A character too is std::cout's own insertion of it.
+TEST(ConsoleSinkOutput, UnsignedCharTakesTheWidthAndFillOfStdCout)
+{
+    PaddedCoutCapture capture(3, '*');
+    DBG_Output console;
+    console << static_cast<unsigned char>('A') << static_cast<unsigned char>('B');
+    EXPECT_EQ(capture.text(), "**AB");
+}
+
 TEST(ConsoleSinkOutput, EmptyStringWritesNothing)
 {
     CoutCapture capture;

@@ -307,6 +307,18 @@ TYPED_TEST(IndexedNames, EveryValueOnEverySink)
     }
 }
 
+// The console inserts a name into std::cout as a C string: a width set on
+// std::cout pads it.
+TYPED_TEST(IndexedNames, ConsoleNameTakesTheWidthOfStdCout)
+{
+    using E = TypeParam;
+    std::string const name = Naming<E>::names()[0];
+    PaddedCoutCapture capture(static_cast<std::streamsize>(name.size()) + 2, '*');
+    DBG_Output console;
+    console << static_cast<E>(0);
+    EXPECT_EQ(capture.text(), "**" + name);
+}
+
 TYPED_TEST(IndexedNames, ValueAtTheBoundIsOutOfArrayOnEverySink)
 {
     using E = TypeParam;
@@ -478,6 +490,14 @@ TEST_F(EnumInsertionTest, CausesOnEverySink)
         EXPECT_EQ(onManagerFile(inserting(cause)), c.text) << "cause " << c.value;
         EXPECT_EQ(onManagerImc(inserting(cause)), c.text) << "cause " << c.value;
     }
+}
+
+TEST_F(EnumInsertionTest, ConsoleCauseTakesTheWidthOfStdCout)
+{
+    PaddedCoutCapture capture(24, '*');
+    DBG_Output console;
+    console << VCOM_Cause(17);
+    EXPECT_EQ(capture.text(), "***USER_BUSY (User busy)");
 }
 
 TEST_F(EnumInsertionTest, MissingCauseThroughTheManagerIsAnEmptyString)

@@ -4,6 +4,8 @@
 
 #include <dirent.h>
 #include <limits.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <memory>
@@ -248,6 +250,32 @@ TEST(FileSinkOutput, EnumerationValuesAreWrittenAsNames)
     }
     EXPECT_EQ(readFile(path),
               "g722.2 from network|USER_BUSY (User busy)||WebRTC GW|ERROR : OUT OF ARRAY !!!");
+}
+
+// A write error puts the stream into its failed state: what follows is
+// discarded, even once the file could take it again.
+TEST(FileSinkOutput, WriteErrorDiscardsEverythingAfterIt)
+{
+    ScratchDir scratch;
+    std::string const path = scratch.file("limited.trace");
+    struct sigaction ignore = {};
+    ignore.sa_handler = SIG_IGN;
+    struct sigaction previous = {};
+    ASSERT_EQ(sigaction(SIGXFSZ, &ignore, &previous), 0);
+    rlimit limit;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    rlimit lowered = limit;
+    lowered.rlim_cur = 4096;
+    {
+        DBG_OutputFile sink(path);
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &lowered), 0);
+        sink << std::string(65536, 'x');  // more than the stream buffers: written at once, and cut short
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+        sink << std::string("after");
+    }
+    sigaction(SIGXFSZ, &previous, nullptr);
+    std::string const content = readFile(path);
+    EXPECT_EQ(content, std::string(4096, 'x'));
 }
 
 TEST(FileSinkOutput, DestroyedThroughTheBaseWritesItsText)

@@ -295,6 +295,19 @@ TEST_F(ImcSinkTest, NullInstanceIsTreatedAsAMissingManager)
     EXPECT_EQ(flushAndTake(sink), "firstsecond" + NUL);
 }
 
+// The caller of flush sees a null instance as the runtime error "no Manager".
+TEST_F(ImcSinkTest, NullInstanceReachesTheCallerAsNoManager)
+{
+    DBG_OutputImc sink;
+    imc_standin::injectFault(Operation::Instance, Fault::NullInstance, 1);
+    try {
+        sink.flush(false, "o", 1);
+        ADD_FAILURE() << "flush did not throw";
+    } catch (std::runtime_error const& error) {
+        EXPECT_STREQ(error.what(), "no Manager");
+    }
+}
+
 TEST_F(ImcSinkTest, TraceThrowingLeavesTheNulAndDoesNotRewind)
 {
     DBG_OutputImc sink;

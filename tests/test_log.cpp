@@ -97,7 +97,11 @@ TEST_F(LogTest, ATraceFromTheLastDestructorsOfAThreadIsStillEscaped)
     struct TracesWhenDestroyed {
         DBG_Log const& log;
         std::string const& text;
-        ~TracesWhenDestroyed() { log.trace(text, "end", 2); }
+        ~TracesWhenDestroyed()
+        {
+            log.trace(text, "end", 2);
+            log.trace("no sign", "end", 3);  // and one without "%" goes in as it is
+        }
     };
     DBG_Log const log;
     std::thread([&] {
@@ -106,7 +110,8 @@ TEST_F(LogTest, ATraceFromTheLastDestructorsOfAThreadIsStillEscaped)
         log.trace(first, "start", 1);
     }).join();
     EXPECT_EQ(events, (Events{"text:" + std::string(40, 'a') + "%%", "flush:0:start:1",
-                              "text:" + std::string(40, 'b') + "%%", "flush:0:end:2"}));
+                              "text:" + std::string(40, 'b') + "%%", "flush:0:end:2", "text:no sign",
+                              "flush:0:end:3"}));
 }
 
 TEST_F(LogTest, EmptyTraceInsertsAnEmptyTextAndStillFlushes)
@@ -277,6 +282,17 @@ TEST(LogImc, ConstructorAsksForTheManagerOfModule255)
     std::vector<Call> const instances = callsOf(Operation::Instance);
     ASSERT_EQ(instances.size(), 1u);
     EXPECT_EQ(instances[0].number, 255);
+}
+
+// The first logger asks for the IMC manager, then gets the output manager,
+// whose building asks again and registers the commands.
+TEST(LogImc, ConstructorAsksForTheImcManagerBeforeTheOutputManager)
+{
+    ImcSession session;
+    imc_standin::clearCalls();
+    DBG_Log const log;
+    EXPECT_EQ(operations(), (std::vector<Operation>{Operation::Instance, Operation::Instance,
+                                                     Operation::Registration, Operation::Registration}));
 }
 
 TEST(LogImc, OtherExceptionOfTheImcInstanceLeavesTheConstructor)

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "DBG_Log.h"
 #include "DBG_OutManager.h"
 #include "DBG_Output.h"
 #include "DBG_OutputImc.h"
@@ -15,6 +16,8 @@
 
 namespace {
 int allocationsToFail = 0;
+long liveAllocations = 0;  // made by operator new and not deleted yet
+long allocationsMade = 0;
 }
 
 void* operator new(std::size_t size)
@@ -23,19 +26,24 @@ void* operator new(std::size_t size)
         --allocationsToFail;
         throw std::bad_alloc();
     }
-    if (void* memory = std::malloc(size ? size : 1))
+    if (void* memory = std::malloc(size ? size : 1)) {
+        ++liveAllocations;
+        ++allocationsMade;
         return memory;
+    }
     throw std::bad_alloc();
 }
 
 void operator delete(void* memory) noexcept
 {
+    if (memory)
+        --liveAllocations;
     std::free(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept
 {
-    std::free(memory);
+    operator delete(memory);
 }
 
 class OutManagerAllocation : public ::testing::Test {
@@ -73,6 +81,50 @@ TEST_F(OutManagerAllocation, FailingFileSinkLeavesTheConsoleAndClosesTheOldFile)
     EXPECT_EQ(currentName(), "console");
     EXPECT_EQ(readFile(before), "kept");
     EXPECT_FALSE(fileExists(after));
+}
+
+// The maker's manager may throw what it likes from a registration: the
+// output manager passes it on and keeps nothing it had made.
+TEST_F(OutManagerAllocation, ForeignExceptionFromTheRegistrationLeavesNothingAllocated)
+{
+    imc_standin::setRecording(false);
+    imc_standin::injectFault(imc_standin::Operation::Registration, imc_standin::Fault::ForeignException, 1);
+    long const before = liveAllocations;
+    EXPECT_THROW(DBG_OutManager::instance(), imc_standin::NonStandardFault);
+    EXPECT_EQ(liveAllocations, before);
+}
+
+// A flush whose trace throws ends there: the buffer is neither made good
+// again nor rewound, so after a failed write the next text is discarded.
+TEST_F(OutManagerAllocation, ImcSinkStaysFailedWhenTheTraceThrows)
+{
+    DBG_OutputImc sink;
+    std::string const large(4096, 'x');
+    std::string const lost("lost");
+    allocationsToFail = 1;
+    sink << large;  // the buffer must grow for it, and cannot
+    ASSERT_EQ(allocationsToFail, 0) << "the write did not allocate";
+    imc_standin::injectFault(imc_standin::Operation::Trace, imc_standin::Fault::RuntimeError, 1);
+    EXPECT_THROW(sink.flush(false, "first", 1), std::runtime_error);
+    sink << lost;
+    imc_standin::clearCalls();
+    sink.flush(false, "second", 2);
+    std::vector<imc_standin::Call> const traces = callsOf(imc_standin::Operation::Trace);
+    ASSERT_EQ(traces.size(), 1u);
+    EXPECT_EQ(traces[0].text.find("lost"), std::string::npos);
+}
+
+// The escaping of "%" keeps the thread's buffer from one trace to the next:
+// once it is sized, a trace with "%" allocates nothing.
+TEST_F(OutManagerAllocation, PercentTraceAllocatesNothingOnceTheBufferIsSized)
+{
+    DBG_Log const log;
+    DBG_OutManager::instance()->setFileOutput(scratch.file("percent.trace"));
+    std::string const text("100% of the trunks, 42% busy");
+    log.trace(text, "o", 1);
+    long const before = allocationsMade;
+    log.trace(text, "o", 2);
+    EXPECT_EQ(allocationsMade, before);
 }
 
 // A write into the IMC sink's buffer that fails leaves the stream bad; the

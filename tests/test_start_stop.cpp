@@ -39,7 +39,45 @@ struct SentDatagram {
 std::vector<SentDatagram> sentDatagrams;
 CoutCapture const* outputWhileSending = nullptr;
 
+// One bind call: the address's bytes, as many as passed.
+std::vector<std::string> boundAddresses;
+
+// The domain, type and protocol of one socket call.
+std::vector<std::vector<int>> socketsMade;
+
 }  // namespace
+
+namespace {
+// When not 0, every successful close leaves errno at this value, as a
+// system may: errno after a successful call is unspecified.
+int errnoAfterClose = 0;
+}  // namespace
+
+extern "C" int close(int descriptor)
+{
+    using Close = int (*)(int);
+    static Close const next = reinterpret_cast<Close>(dlsym(RTLD_NEXT, "close"));
+    int const result = next(descriptor);
+    if (result == 0 && errnoAfterClose != 0)
+        errno = errnoAfterClose;
+    return result;
+}
+
+extern "C" int socket(int domain, int type, int protocol)
+{
+    using Socket = int (*)(int, int, int);
+    static Socket const next = reinterpret_cast<Socket>(dlsym(RTLD_NEXT, "socket"));
+    socketsMade.push_back({domain, type, protocol});
+    return next(domain, type, protocol);
+}
+
+extern "C" int bind(int descriptor, sockaddr const* address, socklen_t length)
+{
+    using Bind = int (*)(int, sockaddr const*, socklen_t);
+    static Bind const next = reinterpret_cast<Bind>(dlsym(RTLD_NEXT, "bind"));
+    boundAddresses.emplace_back(reinterpret_cast<char const*>(address), length);
+    return next(descriptor, address, length);
+}
 
 extern "C" ssize_t sendto(int descriptor, void const* data, size_t size, int flags, sockaddr const* address,
                           socklen_t length)
@@ -71,6 +109,18 @@ std::string socketMessage(int error)
 }
 
 char const shutdownMessage[] = "VELTA : processing manual shutdown...\n";
+
+// A local address as stopCommand passes it: a whole sockaddr_un of 110
+// bytes, zero but for the family and the path.
+std::string wholeAddress(std::string const& path)
+{
+    sockaddr_un address;
+    std::memset(&address, 0, sizeof address);
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.data(), path.size());
+    EXPECT_EQ(sizeof address, 110u);
+    return std::string(reinterpret_cast<char const*>(&address), sizeof address);
+}
 
 bool isSocket(std::string const& path)
 {
@@ -210,6 +260,30 @@ TEST_F(StartTest, RuntimeErrorOfThePostReportsAndExitsThroughTheManager)
     EXPECT_EQ(exits[0].number, 0);
 }
 
+// The line ends with std::endl: it is out of std::cout's buffer before the
+// manager's exit path runs, which need not flush standard output itself.
+TEST_F(StartTest, FailureLineIsFlushedBeforeTheExitPathIsCalled)
+{
+    imc_standin::injectFault(Operation::Post, Fault::RuntimeError);
+    // The exit path throws at its first step, before anything of its own.
+    imc_standin::injectFault(Operation::CoreDumpExit, Fault::OtherException);
+    CoutCapture capture;
+    EXPECT_THROW(observer.startCommand(), std::logic_error);
+    EXPECT_EQ(capture.flushed(), std::vector<std::string>{"Start Command Failed\n"});
+    EXPECT_EQ(capture.unflushed(), "");
+}
+
+// Each message is inserted into std::cout as the stream formats it: a width
+// set on std::cout pads it.
+TEST_F(StartTest, FailureLineTakesTheWidthOfStdCout)
+{
+    imc_standin::injectFault(Operation::Post, Fault::RuntimeError);
+    imc_standin::injectFault(Operation::CoreDumpExit, Fault::OtherException);
+    PaddedCoutCapture capture(24, '.');
+    EXPECT_THROW(observer.startCommand(), std::logic_error);
+    EXPECT_EQ(capture.text(), "....Start Command Failed\n");
+}
+
 TEST_F(StartDeathTest, RuntimeErrorOfThePostEndsTheProcessWithAbort)
 {
     EXPECT_EXIT(startWithFailingPost(), ::testing::KilledBySignal(SIGABRT),
@@ -281,14 +355,41 @@ TEST_F(StopTest, DestinationAddressIsTheGatewaysByteForByte)
     CoutCapture capture;
     observer.stopCommand();
     ASSERT_EQ(sentDatagrams.size(), 1u);
-    sockaddr_un expected;
-    std::memset(&expected, 0, sizeof expected);
-    expected.sun_family = AF_UNIX;
-    std::memcpy(expected.sun_path, listenerPath.data(), listenerPath.size());
-    ASSERT_EQ(sizeof expected, 110u);
     EXPECT_EQ(sentDatagrams[0].length, 110u);
-    EXPECT_EQ(sentDatagrams[0].destination, std::string(reinterpret_cast<char const*>(&expected), sizeof expected));
+    EXPECT_EQ(sentDatagrams[0].destination, wholeAddress(listenerPath));
     EXPECT_EQ(sentDatagrams[0].data, "q");
+}
+
+// The own address likewise: the whole structure, with the length 110.
+TEST_F(StopTest, OwnAddressIsBoundByteForByte)
+{
+    boundAddresses.clear();
+    CoutCapture capture;
+    observer.stopCommand();
+    EXPECT_EQ(boundAddresses, std::vector<std::string>{wholeAddress(ownPath)});
+}
+
+// A local datagram socket of protocol 0: other systems than this one need
+// not take another protocol number for it.
+TEST_F(StopTest, SocketIsALocalDatagramSocketOfProtocol0)
+{
+    socketsMade.clear();
+    CoutCapture capture;
+    observer.stopCommand();
+    EXPECT_EQ(socketsMade, (std::vector<std::vector<int>>{{AF_UNIX, SOCK_DGRAM, 0}}));
+}
+
+// The socket is given back whether the request went or bind failed.
+TEST_F(StopTest, NoDescriptorIsLeftOpen)
+{
+    std::vector<std::string> const before = entriesOf("/proc/self/fd");
+    {
+        CoutCapture capture;
+        observer.stopCommand();
+        observer.stopCommand();  // fails at bind: the first one's path is there
+        ASSERT_EQ(capture.text(), shutdownMessage + socketMessage(EADDRINUSE));
+    }
+    EXPECT_EQ(entriesOf("/proc/self/fd"), before);
 }
 
 // std::endl: the message is on its way to the operator before the datagram
@@ -316,6 +417,32 @@ TEST_F(StopTest, SocketFailureMessageIsFlushed)
     observer.stopCommand();
     EXPECT_EQ(output.flushed(), std::vector<std::string>{socketMessage(EADDRINUSE)});
     EXPECT_EQ(output.unflushed(), "");
+}
+
+TEST_F(StopTest, MessagesTakeTheWidthOfStdCout)
+{
+    PaddedCoutCapture capture(50, '.');
+    observer.stopCommand();
+    observer.stopCommand();  // fails at bind: the first one's path is there
+    // The width is the message's: the error number after it is not padded.
+    EXPECT_EQ(capture.text(), paddedText(shutdownMessage, 51, '.') +
+                                  paddedText("VELTA : cannot create debug socket (", 50, '.') +
+                                  std::to_string(EADDRINUSE) + "\n");
+}
+
+// After a failed bind the socket is closed first; the message shows errno
+// as it is then.
+TEST_F(StopTest, BindFailureMessageFollowsTheClose)
+{
+    {
+        CoutCapture first;
+        observer.stopCommand();
+    }
+    CoutCapture capture;
+    errnoAfterClose = ENOTTY;
+    observer.stopCommand();
+    errnoAfterClose = 0;
+    EXPECT_EQ(capture.text(), socketMessage(ENOTTY));
 }
 
 TEST_F(StopTest, SecondStopFailsAtBindAndSendsNothing)

@@ -114,6 +114,8 @@ private:
             throw std::runtime_error("injected fault");
         case Fault::OtherException:
             throw std::logic_error("injected fault");
+        case Fault::ForeignException:
+            throw NonStandardFault();
         case Fault::None:
         case Fault::NullInstance:
             break;

@@ -29,8 +29,13 @@ enum class Fault {
     None,
     RuntimeError,    // throws std::runtime_error("injected fault")
     OtherException,  // throws std::logic_error("injected fault")
+    ForeignException,  // throws a NonStandardFault: the maker's manager may throw
+                       // what it likes, not only std::exception's kin
     NullInstance     // instance() returns null (Operation::Instance only)
 };
+
+// What Fault::ForeignException throws: derived from no standard exception.
+struct NonStandardFault {};
 
 // One call made on the manager, with its arguments.
 struct Call {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "CoutCapture.h"
+#include "PaddedCoutCapture.h"
 #include "CurrentConfigIsolation.h"
 #include "ExpectedTexts.h"
 #include "ImcCalls.h"
