@@ -63,12 +63,33 @@ extern "C" int close(int descriptor)
     return result;
 }
 
+namespace {
+// When not 0, socket fails with this errno.
+int socketFailure = 0;
+// When not 0, every getpid leaves errno at this value, as a system may.
+int errnoAfterGetpid = 0;
+}  // namespace
+
 extern "C" int socket(int domain, int type, int protocol)
 {
     using Socket = int (*)(int, int, int);
     static Socket const next = reinterpret_cast<Socket>(dlsym(RTLD_NEXT, "socket"));
     socketsMade.push_back({domain, type, protocol});
+    if (socketFailure != 0) {
+        errno = socketFailure;
+        return -1;
+    }
     return next(domain, type, protocol);
+}
+
+extern "C" pid_t getpid()
+{
+    using GetPid = pid_t (*)();
+    static GetPid const next = reinterpret_cast<GetPid>(dlsym(RTLD_NEXT, "getpid"));
+    pid_t const pid = next();
+    if (errnoAfterGetpid != 0)
+        errno = errnoAfterGetpid;
+    return pid;
 }
 
 extern "C" int bind(int descriptor, sockaddr const* address, socklen_t length)
@@ -443,6 +464,20 @@ TEST_F(StopTest, BindFailureMessageFollowsTheClose)
     observer.stopCommand();
     errnoAfterClose = 0;
     EXPECT_EQ(capture.text(), socketMessage(ENOTTY));
+}
+
+// A failed socket is reported with its own errno: nothing runs between the
+// call and the message that could leave errno otherwise.
+TEST_F(StopTest, SocketFailureMessageShowsTheSocketsErrno)
+{
+    CoutCapture capture;
+    socketFailure = EMFILE;
+    errnoAfterGetpid = ENOTTY;
+    observer.stopCommand();
+    errnoAfterGetpid = 0;
+    socketFailure = 0;
+    EXPECT_EQ(capture.text(), socketMessage(EMFILE));
+    EXPECT_FALSE(fileExists(ownPath));
 }
 
 TEST_F(StopTest, SecondStopFailsAtBindAndSendsNothing)
