@@ -19,6 +19,7 @@ import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import threading
 import time
 from collections import Counter, defaultdict
@@ -140,7 +141,11 @@ class Tests:
     @staticmethod
     def run_one(test, limit):
         """('passed' | 'failed' | 'timed out', the first GoogleTest case failed)."""
-        environment = dict(os.environ, DBG_SOAK_COUNT=SOAK_COUNT, **test["environment"])
+        # A mutant may crash a test before it cleans up: its scratch
+        # directories go into one of the run's own, removed afterwards.
+        scratch = tempfile.mkdtemp(prefix="dbg-mutant-")
+        os.chmod(scratch, 0o1777)   # as /tmp: the tests acting as another user reach into it
+        environment = dict(os.environ, DBG_SOAK_COUNT=SOAK_COUNT, TMPDIR=scratch, **test["environment"])
         process = subprocess.Popen(test["command"], cwd=test["cwd"], env=environment, stdin=subprocess.DEVNULL,
                                    stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True)
         try:
@@ -154,6 +159,7 @@ class Tests:
                 os.killpg(process.pid, signal.SIGKILL)   # whatever the test left running
             except ProcessLookupError:
                 pass
+            shutil.rmtree(scratch, ignore_errors=True)
         if process.returncode == 0:
             return "passed", None
         failed = re.search(rb"^\[  FAILED  \] ([^ ,\n]+)", output, re.M)
