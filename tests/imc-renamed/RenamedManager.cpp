@@ -9,6 +9,7 @@ IMC_Manager manager;
 
 std::vector<std::vector<unsigned char>> renamed_imc::posted;
 std::vector<std::string> renamed_imc::received;
+std::vector<int> renamed_imc::consoleFlagOnReceive;
 
 IMC_Manager& renamed_imc::start(unsigned char identifier)
 {
@@ -35,6 +36,7 @@ int IMC_Manager::unregistration(IMC_CommandObserver*, const std::string&)
 int IMC_Manager::receiveCommand(int, const std::string& text)
 {
     renamed_imc::received.push_back(text);
+    renamed_imc::consoleFlagOnReceive.push_back(consoleFlag);
     return 0;
 }
 

@@ -20,6 +20,7 @@ protected:
         DBG_OutManager::desinstance();
         renamed_imc::posted.clear();
         renamed_imc::received.clear();
+        renamed_imc::consoleFlagOnReceive.clear();
     }
 
     IMC_Manager& manager = renamed_imc::start(0xC3);
@@ -40,7 +41,7 @@ TEST_F(RenamedImcHeaders, ConsoleSetsTheFlagBeforeHandingTheLineOn)
     Tcl_FindExecutable(nullptr);
     DBG_InManager::instance()->onStdInput("DBG out");
     EXPECT_EQ(renamed_imc::received, std::vector<std::string>{"DBG out"});
-    EXPECT_EQ(manager.consoleFlag, 1);
+    EXPECT_EQ(renamed_imc::consoleFlagOnReceive, std::vector<int>{1});
 }
 
 TEST_F(RenamedImcHeaders, LoggerDesignatesTheManagersIntegerMember)
