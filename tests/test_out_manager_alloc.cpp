@@ -130,6 +130,21 @@ TEST_F(OutManagerAllocation, PercentTraceAllocatesNothingOnceTheBufferIsSized)
     EXPECT_EQ(allocationsMade, before);
 }
 
+// The parentheses around an error's detail are not made anew for each
+// error: in the older std::string ABI each would allocate.
+TEST_F(OutManagerAllocation, ErrorAllocatesNothingAfterTheFirst)
+{
+    DBG_Log const log;
+    DBG_OutManager::instance()->setFileOutput(scratch.file("error.trace"));
+    std::string const text("no route to 0612345678 ");
+    std::string const detail("trunk 3");
+    std::string const origin("o");
+    log.error(text, detail, origin, 1);
+    long const before = allocationsMade;
+    log.error(text, detail, origin, 2);
+    EXPECT_EQ(allocationsMade, before);
+}
+
 // A write into the IMC sink's buffer that fails leaves the stream bad; the
 // flush makes it good again, so the next trace arrives whole.
 TEST_F(OutManagerAllocation, ImcSinkIsWritableAgainAfterAFailedWriteAndAFlush)

@@ -113,7 +113,11 @@ void DBG_Log::trace(std::string const& text, std::string const& origin, int line
 void DBG_Log::error(std::string const& text, std::string const& detail,
                     std::string const& origin, int line) const
 {
-    insertEscaped(*m_out, text) << "(" << detail << ")";
+    // Made once and never destroyed: a module may still report an error
+    // from its static destructors at exit.
+    static std::string const& open = *new std::string("(");
+    static std::string const& close = *new std::string(")");
+    insertEscaped(*m_out, text) << open << detail << close;
     m_out->flush(true, origin, line);
 }
 
