@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
+#include <string>
 
 #include "IMC_Manager.h"
 #include "imc_msg.h"
@@ -29,7 +30,9 @@ inline IMC_Manager& requireImcManager(unsigned char module)
 {
     IMC_Manager* manager = IMC_Manager::instance(module);
     if (!manager)
-        throw std::runtime_error("no Manager");
+        // From a std::string: the char const* constructor is GCC 5's, newer
+        // than the libstdc++ of a board that runs the older ABI.
+        throw std::runtime_error(std::string("no Manager"));
     return *manager;
 }
 

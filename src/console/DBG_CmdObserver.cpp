@@ -51,7 +51,10 @@ std::string selectOutput(std::string const& line)
         outManager->setImcOutput();
     else if (file != std::string::npos)
         outManager->setFileOutput(line.substr(file + 5));
-    return "Debug Output set to " + std::string(*DBG_OutManager::instance()->pOutput) + "\n";
+    // Copy-initialised: the sink's display-name conversion, which clang
+    // does not take for std::string's constructors in C++11.
+    std::string const sinkName = *DBG_OutManager::instance()->pOutput;
+    return "Debug Output set to " + sinkName + "\n";
 }
 
 std::string versionAnswer()

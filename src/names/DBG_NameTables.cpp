@@ -3,7 +3,7 @@
 // destroys them in the reverse one.
 #include "DBG_Output.h"
 
-#include <iterator>
+#include <cstddef>
 
 std::string DBG_Output::codecToStr[10] = {
     "nil", "g711alaw", "g711ulaw", "g723", "g729",
@@ -106,15 +106,26 @@ std::string DBG_Output::reasonToStr[6] = {
 
 std::string DBG_Output::uagentToStr[2] = {"Undefined GW", "WebRTC GW"};
 
+namespace {
+
+// A table's element count, a constant expression.
+template <typename Entry, std::size_t count>
+constexpr int countOf(Entry (&)[count])
+{
+    return static_cast<int>(count);
+}
+
+}  // namespace
+
 // Plain data, initialised statically: no code runs for the bounds.
-int DBG_Output::codecToStrMAX = static_cast<int>(std::size(codecToStr));
-int DBG_Output::directionToStrMAX = static_cast<int>(std::size(directionToStr));
-int DBG_Output::addressPlanToStrMAX = static_cast<int>(std::size(addressPlanToStr));
-int DBG_Output::addressPresentationToStrMAX = static_cast<int>(std::size(addressPresentationToStr));
-int DBG_Output::addressTypeToStrMAX = static_cast<int>(std::size(addressTypeToStr));
-int DBG_Output::sinToStrMAX = static_cast<int>(std::size(sinToStr));
-int DBG_Output::ulawToStrMAX = static_cast<int>(std::size(ulawToStr));
-int DBG_Output::hangupSourceToStrMAX = static_cast<int>(std::size(hangupSourceToStr));
-int DBG_Output::statusToStrMAX = static_cast<int>(std::size(statusToStr));
-int DBG_Output::opeTypToStrMAX = static_cast<int>(std::size(opeTypToStr));
-int DBG_Output::reasonToStrMAX = static_cast<int>(std::size(reasonToStr));
+int DBG_Output::codecToStrMAX = countOf(codecToStr);
+int DBG_Output::directionToStrMAX = countOf(directionToStr);
+int DBG_Output::addressPlanToStrMAX = countOf(addressPlanToStr);
+int DBG_Output::addressPresentationToStrMAX = countOf(addressPresentationToStr);
+int DBG_Output::addressTypeToStrMAX = countOf(addressTypeToStr);
+int DBG_Output::sinToStrMAX = countOf(sinToStr);
+int DBG_Output::ulawToStrMAX = countOf(ulawToStr);
+int DBG_Output::hangupSourceToStrMAX = countOf(hangupSourceToStr);
+int DBG_Output::statusToStrMAX = countOf(statusToStr);
+int DBG_Output::opeTypToStrMAX = countOf(opeTypToStr);
+int DBG_Output::reasonToStrMAX = countOf(reasonToStr);
