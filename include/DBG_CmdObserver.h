@@ -14,8 +14,8 @@ class IMC_Manager;
 class DBG_EXPORT DBG_CmdObserver : public IMC_CommandObserver {
 public:
     explicit DBG_CmdObserver(IMC_Manager* manager);
-    ~DBG_CmdObserver() override;
-    void command(std::string const& line, int source) override;
+    virtual ~DBG_CmdObserver();
+    virtual void command(std::string const& line, int source);
 
     // Posts request 600 (read the configuration again) to the IMC manager.
     void startCommand();

@@ -23,11 +23,13 @@ public:
 
     // Attaches the handler and prints the banner; instance() is the way in.
     DBG_InManager();
-    DBG_InManager(DBG_InManager const&) = delete;
-    DBG_InManager& operator=(DBG_InManager const&) = delete;
 
     Tcl_Channel chan;
     static DBG_InManager* pInManager;
+
+private:
+    DBG_InManager(DBG_InManager const&);             // not copyable: never defined
+    DBG_InManager& operator=(DBG_InManager const&);  // not assignable: never defined
 };
 
 #endif

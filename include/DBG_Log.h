@@ -4,7 +4,8 @@
 #ifndef DBG_LOG_H
 #define DBG_LOG_H
 
-#include <cstdint>
+#include <stdint.h>
+
 #include <string>
 
 #include "DBG_Export.h"
@@ -25,8 +26,8 @@ public:
     std::string date() const;
 
     DBG_OutManager* m_out;       // not owned
-    std::int32_t* m_imcValue;    // the IMC manager's integer member, or m_imcFallback
-    std::int32_t m_imcFallback;  // always -1
+    int32_t* m_imcValue;    // the IMC manager's integer member, or m_imcFallback
+    int32_t m_imcFallback;  // always -1
 };
 
 #endif

@@ -52,8 +52,8 @@ public:
 
 private:
     DBG_OutManager();
-    DBG_OutManager(DBG_OutManager const&) = delete;
-    DBG_OutManager& operator=(DBG_OutManager const&) = delete;
+    DBG_OutManager(DBG_OutManager const&);             // not copyable: never defined
+    DBG_OutManager& operator=(DBG_OutManager const&);  // not assignable: never defined
     template <typename MakeSink> void replaceOutput(MakeSink makeSink);
 
     static DBG_OutManager* pOutManager;

@@ -12,23 +12,23 @@
 class DBG_EXPORT DBG_OutputFile : public DBG_Output {
 public:
     explicit DBG_OutputFile(std::string name);
-    ~DBG_OutputFile() override;
-    operator std::string const() const override;  // "file " + name
-    DBG_Output& operator<<(std::string const& text) override;
-    DBG_Output& operator<<(int number) override;
-    DBG_Output& operator<<(unsigned char character) override;
-    DBG_Output& operator<<(VCOM_Codec value) override;
-    DBG_Output& operator<<(VCOM_Direction value) override;
-    DBG_Output& operator<<(VCOM_Sin value) override;
-    DBG_Output& operator<<(VCOM_Ulaw value) override;
-    DBG_Output& operator<<(VCOM_HangUpSource value) override;
-    DBG_Output& operator<<(VCOM_Cause value) override;
-    DBG_Output& operator<<(VCOM_OpeTyp value) override;
-    DBG_Output& operator<<(VCOM_Reason value) override;
-    DBG_Output& operator<<(VCOM_Address_Plan value) override;
-    DBG_Output& operator<<(VCOM_Address_Type value) override;
-    DBG_Output& operator<<(VCOM_Address_Presentation value) override;
-    DBG_Output& operator<<(VCOM_UAgent value) override;
+    virtual ~DBG_OutputFile();
+    virtual operator std::string const() const;  // "file " + name
+    virtual DBG_Output& operator<<(std::string const& text);
+    virtual DBG_Output& operator<<(int number);
+    virtual DBG_Output& operator<<(unsigned char character);
+    virtual DBG_Output& operator<<(VCOM_Codec value);
+    virtual DBG_Output& operator<<(VCOM_Direction value);
+    virtual DBG_Output& operator<<(VCOM_Sin value);
+    virtual DBG_Output& operator<<(VCOM_Ulaw value);
+    virtual DBG_Output& operator<<(VCOM_HangUpSource value);
+    virtual DBG_Output& operator<<(VCOM_Cause value);
+    virtual DBG_Output& operator<<(VCOM_OpeTyp value);
+    virtual DBG_Output& operator<<(VCOM_Reason value);
+    virtual DBG_Output& operator<<(VCOM_Address_Plan value);
+    virtual DBG_Output& operator<<(VCOM_Address_Type value);
+    virtual DBG_Output& operator<<(VCOM_Address_Presentation value);
+    virtual DBG_Output& operator<<(VCOM_UAgent value);
 
 private:
     std::ofstream m_file;

@@ -34,8 +34,8 @@
 #ifndef IMC_MANAGER_H
 #define IMC_MANAGER_H
 
-#include <cstddef>
-#include <cstdint>
+#include <stdint.h>
+
 #include <string>
 
 #include "IMC_CommandObserver.h"
@@ -45,7 +45,7 @@ struct IMC_Routing;
 
 class IMC_Manager {
 public:
-    enum ExitCause : std::int32_t {
+    enum ExitCause {
         EXIT_MANUAL = 0,
         EXIT_FATAL = 1
     };
@@ -60,21 +60,16 @@ public:
     void trace(std::string const& text, std::string const& origin, int line) const;
     void error(std::string const& text, std::string const& origin, int line) const;
     void post(imc_msg& msg);
-    [[noreturn]] static void coreDumpExit(ExitCause cause);
+    static void coreDumpExit(ExitCause cause) __attribute__((noreturn));
 
-    // Layout shared with the maker's manager: modules read these bytes.
+    // Layout shared with the maker's manager: modules read these bytes
+    // (checked where the stand-in is built).
     unsigned char identifier;   // offset 0: the manager's identifier byte
     unsigned char consoleFlag;  // offset 1: set to 1 by the console before a line
-    std::uint16_t reserved;     // offset 2
-    std::uint32_t sequence;     // offset 4
-    std::int32_t traceLevel;    // offset 8: the integer after the first two words
+    uint16_t reserved;          // offset 2
+    uint32_t sequence;          // offset 4
+    int32_t traceLevel;         // offset 8: the integer after the first two words
     IMC_Routing* routing;       // stand-in's own state
 };
-
-static_assert(offsetof(IMC_Manager, identifier) == 0, "identifier byte at offset 0");
-static_assert(offsetof(IMC_Manager, consoleFlag) == 1, "console flag at offset 1");
-static_assert(offsetof(IMC_Manager, traceLevel) == 8,
-              "integer member follows the first two 32-bit words");
-static_assert(sizeof(IMC_Manager::traceLevel) == 4, "32-bit integer member");
 
 #endif

@@ -1,5 +1,6 @@
 #include "IMC_Manager.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <iostream>
 #include <map>
@@ -8,6 +9,18 @@
 
 #include "IMC_Probe.h"
 #include "IMC_StandIn.h"
+
+// The layout modules read, kept out of the headers, which modules compile
+// in standards that have no static_assert.
+static_assert(offsetof(IMC_Manager, identifier) == 0, "identifier byte at offset 0");
+static_assert(offsetof(IMC_Manager, consoleFlag) == 1, "console flag at offset 1");
+static_assert(offsetof(IMC_Manager, traceLevel) == 8,
+              "integer member follows the first two 32-bit words");
+static_assert(sizeof(IMC_Manager::traceLevel) == 4, "32-bit integer member");
+static_assert(sizeof(imc_msg) == 2060, "imc_msg is a 2060-byte record");
+static_assert(offsetof(imc_msg, sender) == 2, "sender byte at offset 2");
+static_assert(offsetof(imc_msg, code) == 8, "request code at offset 8");
+static_assert(offsetof(imc_msg, body) == 12, "body at offset 12");
 
 struct IMC_Routing {
     std::map<std::string, std::vector<IMC_CommandObserver*>> observers;
@@ -56,7 +69,9 @@ IMC_Manager* IMC_Manager::instance(unsigned char module)
     if (probe && !probe->instance(module))
         return nullptr;
     if (!standIn().manager)
-        throw std::runtime_error("no IMC manager");
+        // As in the library, from a std::string (the older ABI's boards
+        // may lack the char const* constructor).
+        throw std::runtime_error(std::string("no IMC manager"));
     return standIn().manager;
 }
 

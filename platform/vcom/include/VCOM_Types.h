@@ -1,12 +1,15 @@
 // Stand-in for the voice library's enumerations, written from their numeric
 // interface. Each is a signed 32-bit enumeration; the maker's own header can
 // replace this one at build time (DBG_VCOM_INCLUDE_DIR).
+//
+// Modules compile this header in any standard from C++98 on, which has no
+// fixed underlying type. So each enumeration ends with an enumerator at the
+// lowest 32-bit value: that gives it int as its type and every 32-bit value
+// as one of its values, in every standard alike.
 #ifndef VCOM_TYPES_H
 #define VCOM_TYPES_H
 
-#include <cstdint>
-
-enum VCOM_Codec : std::int32_t {
+enum VCOM_Codec {
     VCOM_CODEC_NIL = 0,
     VCOM_CODEC_G711ALAW = 1,
     VCOM_CODEC_G711ULAW = 2,
@@ -16,63 +19,71 @@ enum VCOM_Codec : std::int32_t {
     VCOM_CODEC_G711NIL = 6,
     VCOM_CODEC_G729NIL = 7,
     VCOM_CODEC_G722 = 8,
-    VCOM_CODEC_G722_2 = 9
+    VCOM_CODEC_G722_2 = 9,
+    VCOM_CODEC_INT32_MIN = -2147483647 - 1
 };
 
-enum VCOM_Direction : std::int32_t {
+enum VCOM_Direction {
     VCOM_DIR_UNDETERMINED = 0,
     VCOM_DIR_FROM_NETWORK = 1,
-    VCOM_DIR_TO_NETWORK = 2
+    VCOM_DIR_TO_NETWORK = 2,
+    VCOM_DIRECTION_INT32_MIN = -2147483647 - 1
 };
 
-enum VCOM_Address_Plan : std::int32_t {
+enum VCOM_Address_Plan {
     VCOM_PLAN_UNKNOWN = 0,
     VCOM_PLAN_ISDN = 1,
     VCOM_PLAN_DATA = 2,
     VCOM_PLAN_TELEX = 3,
     VCOM_PLAN_NATIONAL = 4,
     VCOM_PLAN_PRIVATE = 5,
-    VCOM_PLAN_NIL = 6
+    VCOM_PLAN_NIL = 6,
+    VCOM_ADDRESS_PLAN_INT32_MIN = -2147483647 - 1
 };
 
-enum VCOM_Address_Presentation : std::int32_t {
+enum VCOM_Address_Presentation {
     VCOM_PRES_ALLOWED = 0,
     VCOM_PRES_RESTRICTED = 1,
     VCOM_PRES_NOT_AVAIL_INTERWORKING = 2,
-    VCOM_PRES_NOT_AVAILABLE = 3
+    VCOM_PRES_NOT_AVAILABLE = 3,
+    VCOM_ADDRESS_PRESENTATION_INT32_MIN = -2147483647 - 1
 };
 
-enum VCOM_Address_Type : std::int32_t {
+enum VCOM_Address_Type {
     VCOM_TYPE_UNKNOWN = 0,
     VCOM_TYPE_NATIONAL = 1,
     VCOM_TYPE_INTERNATIONAL = 2,
     VCOM_TYPE_NETWORK_SPECIFIC = 3,
     VCOM_TYPE_SUBSCRIBER = 4,
     VCOM_TYPE_ABBREVIATED = 5,
-    VCOM_TYPE_DDI = 6
+    VCOM_TYPE_DDI = 6,
+    VCOM_ADDRESS_TYPE_INT32_MIN = -2147483647 - 1
 };
 
-enum VCOM_Sin : std::int32_t {
+enum VCOM_Sin {
     VCOM_SIN_NIL = 0,
     VCOM_SIN_BC_SPEECH = 1,
     VCOM_SIN_UNRESTRICTED_DIGITAL = 2,
-    VCOM_SIN_31KHZ = 3
+    VCOM_SIN_31KHZ = 3,
+    VCOM_SIN_INT32_MIN = -2147483647 - 1
 };
 
-enum VCOM_Ulaw : std::int32_t {
+enum VCOM_Ulaw {
     VCOM_ULAW_MULAW = 0,
     VCOM_ULAW_ALAW = 1,
-    VCOM_ULAW_NIL = 2
+    VCOM_ULAW_NIL = 2,
+    VCOM_ULAW_INT32_MIN = -2147483647 - 1
 };
 
-enum VCOM_HangUpSource : std::int32_t {
+enum VCOM_HangUpSource {
     VCOM_HANGUP_LOCAL = 0,
     VCOM_HANGUP_REMOTE = 1,
-    VCOM_HANGUP_NIL = 2
+    VCOM_HANGUP_NIL = 2,
+    VCOM_HANGUPSOURCE_INT32_MIN = -2147483647 - 1
 };
 
 // Q.850 release causes and the gateway's own additions (124-126, 128-130).
-enum VCOM_Cause : std::int32_t {
+enum VCOM_Cause {
     VCOM_CAUSE_UNASSIGNED = 1,
     VCOM_CAUSE_NO_ROUTE_NETWORK = 2,
     VCOM_CAUSE_NO_ROUTE_DESTINATION = 3,
@@ -122,10 +133,11 @@ enum VCOM_Cause : std::int32_t {
     VCOM_CAUSE_INTERWORKING = 127,
     VCOM_CAUSE_UNSUPPORTED_MEDIA = 128,
     VCOM_CAUSE_REDIRECT_REJECT = 129,
-    VCOM_CAUSE_SIPS_REQUIRED = 130
+    VCOM_CAUSE_SIPS_REQUIRED = 130,
+    VCOM_CAUSE_INT32_MIN = -2147483647 - 1
 };
 
-enum VCOM_OpeTyp : std::int32_t {
+enum VCOM_OpeTyp {
     VCOM_OPE_NIL = 0,
     VCOM_OPE_FWD_REQ = 1,
     VCOM_OPE_TRF_REQ = 2,
@@ -133,21 +145,24 @@ enum VCOM_OpeTyp : std::int32_t {
     VCOM_OPE_TRF_ACK = 4,
     VCOM_OPE_TRF_ABD = 5,
     VCOM_OPE_TRF_SETUP = 6,
-    VCOM_OPE_TRF_MIS = 7
+    VCOM_OPE_TRF_MIS = 7,
+    VCOM_OPETYP_INT32_MIN = -2147483647 - 1
 };
 
-enum VCOM_Reason : std::int32_t {
+enum VCOM_Reason {
     VCOM_REASON_NIL = 0,
     VCOM_REASON_UNCOND_FWD = 1,
     VCOM_REASON_HANGUP = 2,
     VCOM_REASON_TRF3_REJ = 3,
     VCOM_REASON_CD_TRF_REJ = 4,
-    VCOM_REASON_OPE_REJ = 5
+    VCOM_REASON_OPE_REJ = 5,
+    VCOM_REASON_INT32_MIN = -2147483647 - 1
 };
 
-enum VCOM_UAgent : std::int32_t {
+enum VCOM_UAgent {
     VCOM_UAGENT_UNDEFINED_GW = 0,
-    VCOM_UAGENT_WEBRTC_GW = 1
+    VCOM_UAGENT_WEBRTC_GW = 1,
+    VCOM_UAGENT_INT32_MIN = -2147483647 - 1
 };
 
 #endif
