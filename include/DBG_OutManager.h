@@ -24,7 +24,8 @@ public:
 
     // The virtual slot order below is the binary interface modules are
     // compiled against: never reorder, insert or remove. There is
-    // deliberately no insertion for VCOM_OpeTyp, VCOM_Reason or VCOM_UAgent.
+    // deliberately no named insertion for VCOM_OpeTyp, VCOM_Reason or
+    // VCOM_UAgent (see below).
     virtual ~DBG_OutManager();
     virtual DBG_OutManager& operator<<(std::string const& text);
     virtual DBG_OutManager& operator<<(int number);
@@ -40,12 +41,16 @@ public:
     virtual DBG_OutManager& operator<<(VCOM_Address_Presentation value);
     virtual void flush(bool isError, std::string origin, int line);
 
-    // Refused rather than printed as a number through operator<<(int):
-    // these values go to a sink directly. Deleted and not virtual, they add
-    // neither a slot nor a symbol.
-    DBG_OutManager& operator<<(VCOM_OpeTyp value) = delete;
-    DBG_OutManager& operator<<(VCOM_Reason value) = delete;
-    DBG_OutManager& operator<<(VCOM_UAgent value) = delete;
+    // The manager has no name for these: the number goes in, through
+    // operator<<(int), as modules have always had it, and the compiler
+    // warns that a sink would write the name. Inline and not virtual,
+    // they add neither a slot nor a symbol.
+    __attribute__((deprecated("the output manager has no name for a VCOM_OpeTyp: it writes the number (a sink writes the name)")))
+    DBG_OutManager& operator<<(VCOM_OpeTyp value) { return *this << static_cast<int>(value); }
+    __attribute__((deprecated("the output manager has no name for a VCOM_Reason: it writes the number (a sink writes the name)")))
+    DBG_OutManager& operator<<(VCOM_Reason value) { return *this << static_cast<int>(value); }
+    __attribute__((deprecated("the output manager has no name for a VCOM_UAgent: it writes the number (a sink writes the name)")))
+    DBG_OutManager& operator<<(VCOM_UAgent value) { return *this << static_cast<int>(value); }
 
     DBG_Output* pOutput;             // current sink, owned, never null
     DBG_CmdObserver* pCmdObserver;   // owned; null without an IMC manager
