@@ -1,6 +1,6 @@
 # Installs a build into a staging directory (DESTDIR) and uses it the way a
 # module does: cmake -P DbgConsumerTest.cmake with
-#   MODE            find_package | pkg-config | other-abi | runtime-component | imc-standin
+#   MODE            find_package | cxx98 | pkg-config | other-abi | runtime-component | imc-standin
 #   BUILD_DIR       the library's build tree
 #   SOURCE_DIR      the library's source tree (examples/module)
 #   WORK_DIR        scratch directory, emptied first and removed on success
@@ -18,8 +18,10 @@
 # module shares (a sanitized library needs a sanitized program).
 # The module's output must be examples/module/expected-output.txt, byte for
 # byte, and the module must be in the library's std::string ABI without being
-# told. In other-abi mode the module forces the other ABI and its build must
-# stop with the message that names both.
+# told. In cxx98 mode it is built through find_package as C++98 with GNU
+# extensions, the default of the compilers older than GCC 5 that use the
+# legacy ABI. In other-abi mode the module forces the other ABI and its build
+# must stop with the message that names both.
 cmake_minimum_required(VERSION 3.25)
 
 foreach(required MODE BUILD_DIR SOURCE_DIR WORK_DIR INSTALL_PREFIX LIBDIR NM STRING_ABI)
@@ -111,9 +113,11 @@ set(example "${SOURCE_DIR}/examples/module")
 set(build "${WORK_DIR}/module")
 # The installed headers must be as clean as the library's own build.
 set(warnings "${BUILD_CXX_FLAGS} -Wall -Wextra -Werror")
-if(MODE MATCHES "^(find_package|other-abi)$")
+if(MODE MATCHES "^(find_package|cxx98|other-abi)$")
   set(module_cxx_flags "${warnings}")
-  if(MODE STREQUAL "other-abi")
+  if(MODE STREQUAL "cxx98")
+    string(APPEND module_cxx_flags " -std=gnu++98")
+  elseif(MODE STREQUAL "other-abi")
     math(EXPR forced_abi "1 - ${cxx11_abi}")
     string(APPEND module_cxx_flags " -D_GLIBCXX_USE_CXX11_ABI=${forced_abi}")
   endif()

@@ -1,6 +1,6 @@
 // A gateway module as it uses the debug library: a trace, a line of
 // telephony values and an error, written to a trace file, then the file's
-// bytes on standard output.
+// bytes on standard output. Plain C++98, as modules of any age are.
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -34,7 +34,7 @@ int main(int argc, char** argv)
         out.setConsoleOutput();
         DBG_OutManager::desinstance();
     }
-    std::ifstream in(traceFile, std::ios::binary);
+    std::ifstream in(traceFile.c_str(), std::ios::binary);
     if (!in) {
         std::cerr << argv[0] << ": no trace file " << traceFile << "\n";
         return 1;
