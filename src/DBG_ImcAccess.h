@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <stdexcept>
+#include <string>
 
 #include "IMC_Manager.h"
 #include "imc_msg.h"
@@ -28,8 +29,10 @@ constexpr unsigned char imcConsoleModule = 15;
 inline IMC_Manager& requireImcManager(unsigned char module)
 {
     IMC_Manager* manager = IMC_Manager::instance(module);
+    // From a std::string: the constructor from a C string is libstdc++ 5's,
+    // which an older board does not have.
     if (!manager)
-        throw std::runtime_error("no Manager");
+        throw std::runtime_error(std::string("no Manager"));
     return *manager;
 }
 
