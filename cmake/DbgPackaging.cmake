@@ -106,10 +106,56 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_COMPRESSION_TYPE xz)
 
+# The GCC release whose libstdc++ brought each version node.
+set(dbg_deb_libstdcxx_releases
+  CXXABI_1.3.7 4.8 CXXABI_1.3.8 4.9 CXXABI_1.3.9 5 CXXABI_1.3.10 6 CXXABI_1.3.11 7
+  CXXABI_1.3.12 9 CXXABI_1.3.13 11
+  GLIBCXX_3.4.20 4.9 GLIBCXX_3.4.21 5 GLIBCXX_3.4.22 6 GLIBCXX_3.4.23 7 GLIBCXX_3.4.24 7
+  GLIBCXX_3.4.25 8 GLIBCXX_3.4.26 9 GLIBCXX_3.4.28 10 GLIBCXX_3.4.29 11 GLIBCXX_3.4.30 12)
+
+# `variable` gets the library's dependencies on the system's, made of the
+# highest symbol versions it needs of each (tests/abi/symbol-versions-*.txt,
+# which ./run package checks against the packaged library).
+function(dbg_deb_library_system_depends variable)
+  set(record ${PROJECT_SOURCE_DIR}/tests/abi/symbol-versions-${CMAKE_SYSTEM_PROCESSOR}${dbg_deb_abi_suffix}.txt)
+  file(STRINGS ${record} needs)
+  # The highest package version each of the three needs.
+  set(libc6 0)
+  set(libgcc-s1 0)
+  set(libstdc++6 0)
+  foreach(need IN LISTS needs)
+    string(REGEX REPLACE "^.* ([A-Z]+)_([0-9.]+)$" "\\1;\\2" node "${need}")
+    list(GET node 0 prefix)
+    list(GET node 1 version)
+    if(prefix STREQUAL "GLIBC")
+      set(package libc6)
+    elseif(prefix STREQUAL "GCC")
+      set(package libgcc-s1)
+    elseif(prefix MATCHES "^(GLIBCXX|CXXABI)$")
+      set(package libstdc++6)
+      list(FIND dbg_deb_libstdcxx_releases ${prefix}_${version} index)
+      if(index EQUAL -1)
+        message(FATAL_ERROR "${record}: which GCC release brought ${prefix}_${version}? Add it to dbg_deb_libstdcxx_releases.")
+      endif()
+      math(EXPR index "${index} + 1")
+      list(GET dbg_deb_libstdcxx_releases ${index} version)
+    else()
+      message(FATAL_ERROR "${record}: no package known for ${need}")
+    endif()
+    if(version VERSION_GREATER ${package})
+      set(${package} ${version})
+    endif()
+  endforeach()
+  set(${variable} "libc6 (>= ${libc6}), libgcc-s1 (>= ${libgcc-s1}), libstdc++6 (>= ${libstdc++6})" PARENT_SCOPE)
+endfunction()
+
 # Architecture and the dependencies on system libraries: the host's from
 # dpkg-shlibdeps; a cross build's named here, since dpkg-shlibdeps knows
-# only the host's packages.
+# only the host's packages: the library's from the symbol versions it
+# needs, the stand-in's and the tools' (built as this machine builds) from
+# Debian 12's.
 set(dbg_deb_system_depends "")
+set(dbg_deb_library_system_depends "")
 if(CMAKE_CROSSCOMPILING)
   if(CMAKE_SYSTEM_PROCESSOR STREQUAL "powerpc")
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE powerpc)
@@ -117,19 +163,20 @@ if(CMAKE_CROSSCOMPILING)
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${CMAKE_SYSTEM_PROCESSOR})
   endif()
   set(dbg_deb_system_depends "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
+  dbg_deb_library_system_depends(dbg_deb_library_system_depends)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
 else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   # libimc.so.1 is built here, not installed: let dpkg-shlibdeps see it.
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_CURRENT_BINARY_DIR}/platform ${CMAKE_CURRENT_BINARY_DIR})
 endif()
-# dbg_deb_depends(<variable> <packages built here> [<system packages>]):
-# the system packages are named only in a cross build; on the host
-# dpkg-shlibdeps finds them, and naming them too would list them twice.
-macro(dbg_deb_depends variable own)
+# dbg_deb_depends(<variable> <system libraries> <packages built here> [<system packages>]):
+# the system libraries and packages are named only in a cross build; on the
+# host dpkg-shlibdeps finds them, and naming them too would list them twice.
+macro(dbg_deb_depends variable system own)
   set(${variable} "${own}")
-  if(dbg_deb_system_depends)
-    string(JOIN ", " ${variable} ${dbg_deb_system_depends} ${ARGN} ${own})
+  if(CMAKE_CROSSCOMPILING)
+    string(JOIN ", " ${variable} ${system} ${ARGN} ${own})
   endif()
 endmacro()
 
@@ -173,7 +220,8 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${dbg_deb_library_control})
 set(CPACK_DEBIAN_IMC-STANDIN_PACKAGE_CONTROL_EXTRA ${dbg_deb_library_control})
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-dbg_deb_depends(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${dbg_deb_libimc1} (>= 1.0.0)" "libtcl8.6 (>= 8.6.0)")
+dbg_deb_depends(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "${dbg_deb_library_system_depends}"
+  "${dbg_deb_libimc1} (>= 1.0.0)" "libtcl8.6 (>= 8.6.0)")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
 "debug support library of the SIP trunk gateway
 libdbg gives the gateway's modules one trace output that an operator
@@ -195,7 +243,7 @@ This package holds the headers, the CMake package (find_package(dbg),
 target dbg::dbg) and the pkg-config file dbg.pc.")
 
 set(CPACK_DEBIAN_IMC-STANDIN_PACKAGE_SECTION libs)
-dbg_deb_depends(CPACK_DEBIAN_IMC-STANDIN_PACKAGE_DEPENDS "")
+dbg_deb_depends(CPACK_DEBIAN_IMC-STANDIN_PACKAGE_DEPENDS "${dbg_deb_system_depends}" "")
 set(CPACK_COMPONENT_IMC-STANDIN_DESCRIPTION
 "IMC manager stand-in for the SIP trunk gateway
 A small inter-module communication manager with the interface of the
@@ -217,7 +265,7 @@ plans and the others) as the debug library renders them, with the CMake
 target dbg::vcom.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
-dbg_deb_depends(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+dbg_deb_depends(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${dbg_deb_system_depends}"
   "${dbg_deb_libdbg1} (= ${DBG_DEB_VERSION}), ${dbg_deb_libimc1} (>= 1.0.0)" "libtcl8.6 (>= 8.6.0)")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 "operator tools of the SIP trunk gateway debug library

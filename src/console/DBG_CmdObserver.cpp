@@ -67,7 +67,8 @@ std::string versionAnswer()
 // doubled slash is its own and is kept).
 sockaddr_un keyAddress(char const* separator)
 {
-    std::ostringstream path;
+    // With its mode: the default constructor is libstdc++ 9's.
+    std::ostringstream path(std::ios::out);
     path << "/tmp/" << separator << getpid() << ".key" << '\0';
     sockaddr_un address;
     std::memset(&address, 0, sizeof address);

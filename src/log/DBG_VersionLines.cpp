@@ -18,7 +18,9 @@ void scanLines(std::istream& lines, std::string& voipVersion, std::string& traxo
     std::string const voipKeyword("voip");
     std::string const traxoCode("TRAXO");
     char buffer[lineBufferSize];
-    while (lines.getline(buffer, lineReadCount, '\n')) {
+    // fail() rather than the stream's conversion to bool, which an
+    // unoptimised build calls in libstdc++ 5's.
+    while (!lines.getline(buffer, lineReadCount, '\n').fail()) {
         std::string const line(buffer);
         if (line.compare(0, traxoCode.size(), traxoCode) == 0) {
             traxoValue = line.substr(traxoCode.size(), valueLength);

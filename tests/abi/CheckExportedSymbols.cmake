@@ -5,6 +5,8 @@
 # A vtable is listed with its number of entries, so an added, removed or
 # moved virtual function shows too. A library of the legacy std::string ABI
 # names no cxx11 string anywhere, in the list or in what it exports.
+include(${CMAKE_CURRENT_LIST_DIR}/AbiRecord.cmake)
+
 execute_process(COMMAND ${NM} -D -C -S --defined-only ${LIBRARY}
   OUTPUT_VARIABLE listing RESULT_VARIABLE status)
 if(NOT status EQUAL 0)
@@ -47,19 +49,8 @@ elseif(NOT STRING_ABI STREQUAL "cxx11")
   message(FATAL_ERROR "STRING_ABI is '${STRING_ABI}', not cxx11 or legacy")
 endif()
 
-if(UPDATE)
-  file(WRITE ${EXPECTED} "${actual_text}")
-  message(STATUS "wrote ${EXPECTED}")
-  return()
-endif()
-
-file(READ ${EXPECTED} expected_text)
-if(NOT actual_text STREQUAL expected_text)
-  get_filename_component(directory ${LIBRARY} DIRECTORY)
-  set(actual_file ${directory}/exported-symbols.actual.txt)
-  file(WRITE ${actual_file} "${actual_text}")
-  execute_process(COMMAND diff -u ${EXPECTED} ${actual_file})
-  message(FATAL_ERROR "libdbg.so exports a different interface than ${EXPECTED} (diff above: - expected, + built).")
-endif()
+dbg_update_or_require_record("${actual_text}" ${EXPECTED})
+get_filename_component(directory ${LIBRARY} DIRECTORY)
+dbg_compare_record("${actual_text}" ${EXPECTED} ${directory} "libdbg.so exports a different interface than ${EXPECTED}")
 list(LENGTH actual count)
 message(STATUS "libdbg.so exports exactly the ${count} committed symbols")
