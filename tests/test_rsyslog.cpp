@@ -12,7 +12,6 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -21,7 +20,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <chrono>
-#include <cstring>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <set>
@@ -110,7 +109,7 @@ bool somethingListensOn(int port)
     return connected;
 }
 
-// What the collector's file says of the traces from `first` to `last`.
+// What the collector's file says of the traces the host wrote.
 struct Delivery {
     std::vector<std::string> problems;
     std::size_t traces = 0;
@@ -207,6 +206,9 @@ protected:
         return std::size_t(std::count(text.begin(), text.end(), '\n'));
     }
 
+    // Stops `daemon` (the collector or the gateway's side), leaves it away
+    // for `secondsAway` and starts it again; notes where the collector's
+    // file stood.
     void restart(ChildProcess& daemon, int secondsAway)
     {
         restartsAt.push_back(collectedLines());
@@ -232,34 +234,50 @@ protected:
         ASSERT_NO_FATAL_FAILURE(host.waitForTraces(traceFile));
         std::vector<std::string> const lines = linesOf(readFile(traceFile));
         ASSERT_FALSE(lines.empty());
-        long const first = stepOf(lines.front());
-        ASSERT_GE(first, 0) << "the file does not begin with a whole trace: " << lines.front();
-        selectionsFirstNew.push_back(static_cast<unsigned long>(first));
+        long const firstNew = stepOf(lines.front());
+        ASSERT_GE(firstNew, 0) << "the file does not begin with a whole trace: " << lines.front();
+        selectionsFirstNew.push_back(static_cast<unsigned long>(firstNew));
     }
 
-    // The step of the last trace the stopped host wrote into its file.
-    long lastStepWritten()
+    // The host tracing into its file, the collector and the gateway's
+    // side started; notes the step of the file's first trace.
+    void startPipeline(bool reopenOnTruncate)
     {
+        ASSERT_NO_FATAL_FAILURE(writeConfigurations(reopenOnTruncate));
+        first = host.startOn(traceFile, environment);
+        ASSERT_NO_FATAL_FAILURE(startCollector());
+        ASSERT_NO_FATAL_FAILURE(startForwarder());
+    }
+
+    // The host stopped, its last trace waited for at the collector (for a
+    // minute at most), both rsyslogd stopped; notes the step of that trace.
+    void stopPipeline()
+    {
+        ASSERT_NO_FATAL_FAILURE(host.stop());
         std::vector<std::string> const lines = linesOf(readFile(traceFile));
-        return lines.empty() ? -1 : stepOf(lines.back());
-    }
-
-    void waitForCollected(unsigned long step)
-    {
-        std::string const wanted = " " + trafficTrace(step);
+        ASSERT_FALSE(lines.empty());
+        long const lastStep = stepOf(lines.back());
+        ASSERT_GT(lastStep, long(first)) << lines.back();
+        last = static_cast<unsigned long>(lastStep);
+        std::string const wanted = " " + trafficTrace(last);
         auto const deadline = Clock::now() + std::chrono::seconds(60);
         while (Clock::now() < deadline &&
                (!fileExists(collectedFile) || readFile(collectedFile).find(wanted) == std::string::npos))
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        ASSERT_NO_FATAL_FAILURE(stopRsyslogd(forwarder));
+        ASSERT_NO_FATAL_FAILURE(stopRsyslogd(collector));
     }
 
-    Delivery delivery(unsigned long first, unsigned long last);
+    // What the collector's file says of the traces from `first` to `last`.
+    Delivery delivery();
 
     std::unique_ptr<ScratchDir> scratch;
     std::string traceFile;
     std::string collectedFile;
     std::vector<std::string> environment;
     int port = -1;
+    unsigned long first = 0;
+    unsigned long last = 0;
     std::vector<unsigned long> selectionsFirstNew;
     std::vector<std::size_t> restartsAt;
     // Stopped in this order, last declared first, when a test ends early.
@@ -268,7 +286,7 @@ protected:
     TracingHost host;
 };
 
-Delivery Pipeline::delivery(unsigned long first, unsigned long last)
+Delivery Pipeline::delivery()
 {
     Delivery result;
     std::string const text = readFile(collectedFile);
@@ -377,13 +395,9 @@ std::string joined(std::vector<std::string> const& problems)
 TEST_F(Pipeline, RotationsSameNameSelectionsAndRestartsLoseNoTraceOfTheFile)
 {
     auto const began = Clock::now();
-    ASSERT_NO_FATAL_FAILURE(writeConfigurations(true));
     std::string rotation = readFile(DBG_LOGROTATE_EXAMPLE);
     ASSERT_TRUE(adaptLogrotateExample(rotation, traceFile, rotations + 1));
-
-    unsigned long const first = host.startOn(traceFile, environment);
-    ASSERT_NO_FATAL_FAILURE(startCollector());
-    ASSERT_NO_FATAL_FAILURE(startForwarder());
+    ASSERT_NO_FATAL_FAILURE(startPipeline(true));
     for (int round = 1; round <= rotations; ++round) {
         ASSERT_NO_FATAL_FAILURE(host.waitForTraces(traceFile));
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -400,14 +414,9 @@ TEST_F(Pipeline, RotationsSameNameSelectionsAndRestartsLoseNoTraceOfTheFile)
             ASSERT_NO_FATAL_FAILURE(restart(forwarder, 2));
         }
     }
-    ASSERT_NO_FATAL_FAILURE(host.stop());
-    long const last = lastStepWritten();
-    ASSERT_GT(last, long(first));
-    waitForCollected(static_cast<unsigned long>(last));
-    ASSERT_NO_FATAL_FAILURE(stopRsyslogd(forwarder));
-    ASSERT_NO_FATAL_FAILURE(stopRsyslogd(collector));
+    ASSERT_NO_FATAL_FAILURE(stopPipeline());
 
-    Delivery const result = delivery(first, static_cast<unsigned long>(last));
+    Delivery const result = delivery();
     EXPECT_EQ(joined(result.problems), "");
     EXPECT_EQ(selectionsFirstNew.size(), 2u);
     EXPECT_EQ(restartsAt.size(), 2u);
@@ -424,21 +433,13 @@ TEST_F(Pipeline, RotationsSameNameSelectionsAndRestartsLoseNoTraceOfTheFile)
 // there never reach the collector. The check names them.
 TEST_F(Pipeline, WithoutReopenOnTruncateTheTracesAfterASameNameSelectionAreLost)
 {
-    ASSERT_NO_FATAL_FAILURE(writeConfigurations(false));
-    unsigned long const first = host.startOn(traceFile, environment);
-    ASSERT_NO_FATAL_FAILURE(startCollector());
-    ASSERT_NO_FATAL_FAILURE(startForwarder());
+    ASSERT_NO_FATAL_FAILURE(startPipeline(false));
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     ASSERT_NO_FATAL_FAILURE(selectSameFileAgain());
     std::this_thread::sleep_for(std::chrono::milliseconds(3000));
-    ASSERT_NO_FATAL_FAILURE(host.stop());
-    long const last = lastStepWritten();
-    ASSERT_GT(last, long(first));
-    waitForCollected(static_cast<unsigned long>(last));
-    ASSERT_NO_FATAL_FAILURE(stopRsyslogd(forwarder));
-    ASSERT_NO_FATAL_FAILURE(stopRsyslogd(collector));
+    ASSERT_NO_FATAL_FAILURE(stopPipeline());
 
-    std::string const report = joined(delivery(first, static_cast<unsigned long>(last)).problems);
+    std::string const report = joined(delivery().problems);
     std::string const named = std::to_string(selectionsFirstNew.front()) + " to ";
     EXPECT_NE(report.find(named), std::string::npos) << report;
     EXPECT_NE(report.find(" after the same-name selection 1"), std::string::npos) << report;
