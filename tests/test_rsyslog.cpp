@@ -18,8 +18,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <iostream>
 #include <memory>
@@ -155,7 +155,8 @@ protected:
                                                        scratch->file("gateway.conf") + "\")\n");
 
         std::string collector = readFile(DBG_RSYSLOG_COLLECTOR_EXAMPLE);
-        ASSERT_TRUE(replaceOnce(collector, "value=\"/var/log/gateways/\"", "value=\"" + scratch->file("gateways/") + "\""));
+        ASSERT_TRUE(replaceOnce(collector, "value=\"/var/log/gateways/\"",
+                                "value=\"" + scratch->file("gateways/") + "\""));
         ASSERT_TRUE(replaceOnce(collector, "port=\"2514\"",
                                 "address=\"127.0.0.1\" port=\"" + std::to_string(port) + "\""));
         writeFile(scratch->file("collector.conf"), collector);
@@ -226,9 +227,8 @@ protected:
     void selectSameFileAgain()
     {
         int status = -1;
-        std::string const answer =
-            hostCommand("XDG_RUNTIME_DIR='" + scratch->path() + "' " + toolPath("dbgctl") + " DBG out file " + traceFile,
-                        status);
+        std::string const answer = hostCommand(
+            "XDG_RUNTIME_DIR='" + scratch->path() + "' " + toolPath("dbgctl") + " DBG out file " + traceFile, status);
         ASSERT_EQ(status, 0) << answer;
         ASSERT_EQ(answer, "Debug Output set to file " + traceFile + "\n");
         ASSERT_NO_FATAL_FAILURE(host.waitForTraces(traceFile));
@@ -305,7 +305,8 @@ Delivery Pipeline::delivery()
         long step = stepOf(trace);
         for (unsigned long firstNew : selectionsFirstNew) {
             std::string const whole = trafficTrace(firstNew).substr(0, trafficTrace(firstNew).size() - 1);
-            if (step < 0 && trace.size() > whole.size() && trace.compare(trace.size() - whole.size(), whole.size(), whole) == 0) {
+            if (step < 0 && trace.size() > whole.size() &&
+                trace.compare(trace.size() - whole.size(), whole.size(), whole) == 0) {
                 step = long(firstNew);
                 cut.push_back(trace.substr(0, trace.size() - whole.size()));
             }
