@@ -6,7 +6,7 @@
 #   imc-standin      libimc.so.1, the IMC manager stand-in      (libimc1)
 #   imc-standin-dev  its headers, libimc.so, dbg::imc           (libimc-dev)
 #   vcom-standin     the voice enumeration headers, dbg::vcom   (libvcom-dev)
-#   tools            dbgctl, the demo gateway host, the logrotate example (dbg-tools)
+#   tools            dbgctl, the demo gateway host, the logrotate and rsyslog examples (dbg-tools)
 # An image that carries the maker's IMC and voice libraries installs only
 # runtime (and development to build modules against them).
 
@@ -60,6 +60,10 @@ if(TARGET dbg-gateway)
   # again through dbgctl.
   install(FILES examples/logrotate/dbg-gateway
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/dbg-tools/examples/logrotate COMPONENT tools)
+  # The trace file carried to a central host over RELP: the gateway's side
+  # and the collector's.
+  install(FILES examples/rsyslog/gateway.conf examples/rsyslog/collector.conf
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/dbg-tools/examples/rsyslog COMPONENT tools)
 endif()
 
 configure_package_config_file(cmake/dbgConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/dbgConfig.cmake

@@ -273,7 +273,9 @@ dbgctl sends one debug command line to a running gateway host and prints
 its answer, so the debug output of a daemonised gateway can be switched.
 dbg-gateway is the demo gateway host: the debug library at work with an
 IMC manager, the console, the command socket dbgctl talks to and
-simulated call traffic.")
+simulated call traffic. Examples: rotation of a trace file with logrotate,
+and rsyslog configurations that carry the trace files of many gateways
+to one collector over RELP.")
 
 if(DBG_LEGACY_STRING_ABI)
   foreach(COMPONENT IN ITEMS RUNTIME DEVELOPMENT IMC-STANDIN IMC-STANDIN-DEV TOOLS)

@@ -5,10 +5,12 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstddef>
 #include <cstring>
 #include <fstream>
@@ -38,6 +40,37 @@ bool fileExists(std::string const& path)
 {
     struct stat status;
     return lstat(path.c_str(), &status) == 0;
+}
+
+long long fileSize(std::string const& path)
+{
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 ? static_cast<long long>(status.st_size) : -1;
+}
+
+bool replaceOnce(std::string& text, std::string const& from, std::string const& to)
+{
+    std::size_t const at = text.find(from);
+    if (at == std::string::npos || text.find(from, at + 1) != std::string::npos)
+        return false;
+    text.replace(at, from.size(), to);
+    return true;
+}
+
+std::string hostCommand(std::string const& command, int& status)
+{
+    std::string output;
+    FILE* const pipe = popen(command.c_str(), "r");
+    if (!pipe) {
+        status = -1;
+        return output;
+    }
+    char chunk[65536];
+    for (std::size_t got; (got = fread(chunk, 1, sizeof chunk, pipe)) > 0;)
+        output.append(chunk, got);
+    int const result = pclose(pipe);
+    status = WIFEXITED(result) ? WEXITSTATUS(result) : 1000 + result;
+    return output;
 }
 
 ImcSession::ImcSession(unsigned char identifier)

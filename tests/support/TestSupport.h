@@ -24,6 +24,16 @@
 std::string readFile(std::string const& path);
 void writeFile(std::string const& path, std::string const& content);
 bool fileExists(std::string const& path);
+// Size of a file, -1 when it is not there.
+long long fileSize(std::string const& path);
+
+// Replaces the one occurrence of `from` in `text`; false when there is not
+// exactly one.
+bool replaceOnce(std::string& text, std::string const& from, std::string const& to);
+
+// Standard output of a host command run through the shell (never under the
+// emulator of a cross build), and its exit status.
+std::string hostCommand(std::string const& command, int& status);
 
 // Starts the IMC stand-in with call recording on and traces discarded; at
 // the end destroys the output manager and stops the stand-in.
