@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <locale>
 #include <sstream>
 #include <stdexcept>
 
@@ -65,6 +66,7 @@ std::string versionAnswer()
 sockaddr_un keyAddress(char const* separator)
 {
     std::ostringstream path;
+    path.imbue(std::locale::classic());  // the pid in plain decimal, whatever the module's locale
     path << "/tmp/" << separator << getpid() << ".key" << '\0';
     sockaddr_un address;
     std::memset(&address, 0, sizeof address);
