@@ -1,5 +1,8 @@
 #include "ImcProbe.h"
 
+#include <unistd.h>
+
+#include <atomic>
 #include <map>
 #include <stdexcept>
 
@@ -69,6 +72,7 @@ public:
     std::map<Operation, InjectedFault> faults;
     bool recording = false;
     std::vector<Call> calls;
+    std::atomic<int> blocked{0};
 
 private:
     void record(Operation operation, std::string const& text = std::string(),
@@ -116,6 +120,10 @@ private:
             throw std::logic_error("injected fault");
         case Fault::ForeignException:
             throw NonStandardFault();
+        case Fault::BlockUntilCancelled:
+            ++blocked;
+            for (;;)
+                pause();
         case Fault::None:
         case Fault::NullInstance:
             break;
@@ -141,6 +149,11 @@ void injectFault(Operation operation, Fault fault, int times, int skip)
 void clearFaults()
 {
     probe().faults.clear();
+}
+
+int blockedCalls()
+{
+    return probe().blocked;
 }
 
 void setRecording(bool on)
