@@ -1,6 +1,7 @@
 #include "ImcProbe.h"
 
-#include <unistd.h>
+#include <pthread.h>
+#include <sched.h>
 
 #include <atomic>
 #include <map>
@@ -121,9 +122,13 @@ private:
         case Fault::ForeignException:
             throw NonStandardFault();
         case Fault::BlockUntilCancelled:
+            // pthread_testcancel rather than a blocking call: qemu-user
+            // cannot unwind a cancellation out of a system call on PowerPC.
             ++blocked;
-            for (;;)
-                pause();
+            for (;;) {
+                pthread_testcancel();
+                sched_yield();
+            }
         case Fault::None:
         case Fault::NullInstance:
             break;

@@ -32,8 +32,8 @@ enum class Fault {
     ForeignException,  // throws a NonStandardFault: the maker's manager may throw
                        // what it likes, not only std::exception's kin
     NullInstance,    // instance() returns null (Operation::Instance only)
-    BlockUntilCancelled  // the call waits in pause(), a cancellation point, until
-                         // its thread is cancelled
+    BlockUntilCancelled  // the call waits, testing for cancellation, until its
+                         // thread is cancelled
 };
 
 // What Fault::ForeignException throws: derived from no standard exception.
