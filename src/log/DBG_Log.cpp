@@ -1,6 +1,5 @@
 #include "DBG_Log.h"
 
-#include <algorithm>
 #include <cstring>
 #include <ctime>
 #include <stdexcept>
@@ -10,21 +9,26 @@
 
 namespace {
 
-// Every "%" becomes "%%" (sinks downstream may treat the text as a format),
-// in a copy sized once. `sign` is the text's first "%".
+// Every "%" becomes "%%" (sinks downstream may treat the text as a format).
+// The copy is made once with room for the worst case (every byte from the
+// first sign, `sign`, a "%") and cut to the escaped length: one allocation.
 std::string escapePercent(std::string const& text, char const* sign)
 {
     char const* in = text.data();
     char const* const end = in + text.size();
-    std::string escaped;
-    escaped.reserve(text.size() + std::size_t(std::count(sign, end, '%')));
+    std::string escaped(text.size() + std::size_t(end - sign), '\0');
+    char* out = &escaped[0];
     while (sign) {
-        escaped.append(in, std::size_t(sign + 1 - in));
-        escaped += '%';
+        std::size_t const length = std::size_t(sign + 1 - in);
+        std::memcpy(out, in, length);
+        out += length;
+        *out++ = '%';
         in = sign + 1;
         sign = static_cast<char const*>(std::memchr(in, '%', std::size_t(end - in)));
     }
-    escaped.append(in, std::size_t(end - in));
+    std::memcpy(out, in, std::size_t(end - in));
+    out += end - in;
+    escaped.erase(std::size_t(out - escaped.data()));
     return escaped;
 }
 
