@@ -31,6 +31,7 @@ void expectCall(Call const& call, Operation operation, std::string const& key,
     EXPECT_EQ(call.observer, observer);
 }
 
+#if !defined(__SANITIZE_ADDRESS__)
 // A thread's whole work: an observer whose "help" registration fails or is
 // cancelled, so that "DBG" is released again.
 void* buildObserver(void* manager)
@@ -63,6 +64,7 @@ void cancelWhileBlockedIn(Operation blocked)
         std::fputs(", DBG released", stderr);
     _exit(0);
 }
+#endif
 
 }  // namespace
 
@@ -281,6 +283,9 @@ TEST_F(CmdObserverRegistration, OtherExceptionFromRegistrationStopsTheManager)
     EXPECT_EQ(callsOf(Operation::Registration).size(), 2u);
 }
 
+// Not under AddressSanitizer: glibc unwinds a cancelled thread without its
+// knowledge, and its own check fails at the next throw on that thread.
+#if !defined(__SANITIZE_ADDRESS__)
 class CmdObserverCancellationDeathTest : public CmdObserverRegistration {};
 
 // Cancellation unwinds the thread through the clean-up: swallowing it there
@@ -296,3 +301,4 @@ TEST_F(CmdObserverCancellationDeathTest, ThreadCancelledInTheSecondRegistrationR
     EXPECT_EXIT(cancelWhileBlockedIn(Operation::Registration), ::testing::ExitedWithCode(0),
                 "cancelled thread ended, DBG released");
 }
+#endif
