@@ -78,6 +78,38 @@ TEST(ConsoleSinkOutput, UnsignedCharTakesTheWidthAndFillOfStdCout)
     EXPECT_EQ(capture.text(), "**AB");
 }
 
+// A module may leave std::cout in hexadecimal, with a width: each insertion
+// follows that state, as std::cout's own would, and leaves it as it was.
+TEST(ConsoleSinkOutput, InsertionsFollowAndKeepTheStateAModuleLeftOnStdCout)
+{
+    struct Case {
+        std::ios::fmtflags flags;
+        std::string number, text, character;
+    };
+    for (Case const& state : {Case{moduleDecimal, "***255", "****ab", "*****A"},
+                              Case{moduleHexadecimal, "**0XFF", "****ab", "*****A"}}) {
+        DBG_Output console;
+        {
+            PaddedCoutCapture capture(6, '*', state.flags);
+            console << 255;
+            EXPECT_EQ(capture.text(), state.number);
+            EXPECT_EQ(std::cout.flags(), state.flags);
+        }
+        {
+            PaddedCoutCapture capture(6, '*', state.flags);
+            console << std::string("ab");
+            EXPECT_EQ(capture.text(), state.text);
+            EXPECT_EQ(std::cout.flags(), state.flags);
+        }
+        {
+            PaddedCoutCapture capture(6, '*', state.flags);
+            console << static_cast<unsigned char>('A');
+            EXPECT_EQ(capture.text(), state.character);
+            EXPECT_EQ(std::cout.flags(), state.flags);
+        }
+    }
+}
+
 TEST(ConsoleSinkOutput, EmptyStringWritesNothing)
 {
     CoutCapture capture;

@@ -11,11 +11,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <iostream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -296,13 +300,17 @@ TEST_F(StartTest, FailureLineIsFlushedBeforeTheExitPathIsCalled)
 
 // Each message is inserted into std::cout as the stream formats it: a width
 // set on std::cout pads it.
-TEST_F(StartTest, FailureLineTakesTheWidthOfStdCout)
+// The base another module left on std::cout stays as it was.
+TEST_F(StartTest, FailureLineTakesTheWidthOfStdCoutAndKeepsItsBase)
 {
-    imc_standin::injectFault(Operation::Post, Fault::RuntimeError);
-    imc_standin::injectFault(Operation::CoreDumpExit, Fault::OtherException);
-    PaddedCoutCapture capture(24, '.');
-    EXPECT_THROW(observer.startCommand(), std::logic_error);
-    EXPECT_EQ(capture.text(), "....Start Command Failed\n");
+    for (std::ios::fmtflags const flags : {moduleDecimal, moduleHexadecimal}) {
+        imc_standin::injectFault(Operation::Post, Fault::RuntimeError);
+        imc_standin::injectFault(Operation::CoreDumpExit, Fault::OtherException);
+        PaddedCoutCapture capture(24, '.', flags);
+        EXPECT_THROW(observer.startCommand(), std::logic_error);
+        EXPECT_EQ(capture.text(), "....Start Command Failed\n");
+        EXPECT_EQ(std::cout.flags(), flags);
+    }
 }
 
 TEST_F(StartDeathTest, RuntimeErrorOfThePostEndsTheProcessWithAbort)
@@ -451,6 +459,26 @@ TEST_F(StopTest, MessagesTakeTheWidthOfStdCout)
                                   std::to_string(EADDRINUSE) + "\n");
 }
 
+// The error number is std::cout's insertion of it, in the base another
+// module left on std::cout; that base stays as it was.
+TEST_F(StopTest, MessagesFollowAndKeepTheBaseOfStdCout)
+{
+    std::ostringstream hexadecimal;
+    hexadecimal.flags(moduleHexadecimal);
+    hexadecimal << EADDRINUSE;
+    for (auto const& [flags, number] : {std::make_pair(moduleDecimal, std::to_string(EADDRINUSE)),
+                                        std::make_pair(moduleHexadecimal, hexadecimal.str())}) {
+        ShutdownSocketPaths const fresh;
+        PaddedCoutCapture capture(0, '.', flags);
+        observer.stopCommand();
+        EXPECT_EQ(std::cout.flags(), flags);
+        observer.stopCommand();  // fails at bind: the first one's path is there
+        EXPECT_EQ(capture.text(), shutdownMessage + std::string("VELTA : cannot create debug socket (") + number +
+                                      "\n");
+        EXPECT_EQ(std::cout.flags(), flags);
+    }
+}
+
 // After a failed bind the socket is closed first; the message shows errno
 // as it is then.
 TEST_F(StopTest, BindFailureMessageFollowsTheClose)
@@ -498,6 +526,53 @@ TEST_F(StopTest, SecondStopFailsAtBindAndSendsNothing)
     observer.stopCommand();
     EXPECT_EQ(capture.text(), socketMessage(EADDRINUSE));
     EXPECT_FALSE(listener.receive(&data, &sender));
+}
+
+// The request is sent with no flags: when the gateway's queue is full it
+// waits for room rather than being dropped.
+TEST_F(StopTest, RequestWaitsForRoomWhenTheGatewaysQueueIsFull)
+{
+    DatagramListener listener(listenerPath);
+    ASSERT_NE(listener.fd(), -1);
+    sockaddr_un gateway;
+    std::memset(&gateway, 0, sizeof gateway);
+    gateway.sun_family = AF_UNIX;
+    std::memcpy(gateway.sun_path, listenerPath.data(), listenerPath.size());
+    auto const sendFiller = [&gateway](int filler) {
+        return sendto(filler, "f", 1, 0, reinterpret_cast<sockaddr const*>(&gateway), sizeof gateway) == 1;
+    };
+    // Fillers, each until its own send buffer or the gateway's queue is
+    // full: the queue is full when a new one cannot send at all.
+    std::vector<int> fillers;
+    bool full = false;
+    while (!full && fillers.size() < 256) {
+        int const filler = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        ASSERT_NE(filler, -1);
+        fillers.push_back(filler);
+        full = !sendFiller(filler);
+        while (!full && sendFiller(filler)) {
+        }
+        ASSERT_EQ(errno, EAGAIN);
+    }
+    for (int filler : fillers)
+        close(filler);
+    ASSERT_TRUE(full);
+
+    CoutCapture capture;
+    std::thread stopping([this] { observer.stopCommand(); });
+    std::string data;
+    std::string sender;
+    bool requested = false;
+    for (int wait = 0; wait < 500 && !requested; ++wait) {
+        while (!requested && listener.receive(&data, &sender))
+            requested = data == "q";
+        if (!requested)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    stopping.join();
+    EXPECT_TRUE(requested);
+    EXPECT_EQ(sender, ownPath);
+    EXPECT_EQ(capture.text(), shutdownMessage);
 }
 
 TEST_F(StopTest, NobodyListeningStillPrintsTheShutdownMessage)
