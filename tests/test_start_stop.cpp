@@ -8,13 +8,17 @@
 #include <sys/un.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -104,11 +108,19 @@ extern "C" int bind(int descriptor, sockaddr const* address, socklen_t length)
     return next(descriptor, address, length);
 }
 
+namespace {
+// The thread in sendto, while a test watches for it; 0 until then.
+std::atomic<bool> watchingSendingThread{false};
+std::atomic<pid_t> sendingThread{0};
+}  // namespace
+
 extern "C" ssize_t sendto(int descriptor, void const* data, size_t size, int flags, sockaddr const* address,
                           socklen_t length)
 {
     using Sendto = ssize_t (*)(int, void const*, size_t, int, sockaddr const*, socklen_t);
     static Sendto const next = reinterpret_cast<Sendto>(dlsym(RTLD_NEXT, "sendto"));
+    if (watchingSendingThread)
+        sendingThread = static_cast<pid_t>(syscall(SYS_gettid));
     SentDatagram sent;
     sent.data.assign(static_cast<char const*>(data), size);
     if (address)
@@ -145,6 +157,16 @@ std::string wholeAddress(std::string const& path)
     std::memcpy(address.sun_path, path.data(), path.size());
     EXPECT_EQ(sizeof address, 110u);
     return std::string(reinterpret_cast<char const*>(&address), sizeof address);
+}
+
+// The scheduling state of one of this process's threads ('S': asleep in a
+// call), from /proc.
+char threadState(pid_t thread)
+{
+    std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string const line((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    std::size_t const end = line.rfind(") ");
+    return end == std::string::npos || end + 2 >= line.size() ? '?' : line[end + 2];
 }
 
 bool isSocket(std::string const& path)
@@ -558,8 +580,19 @@ TEST_F(StopTest, RequestWaitsForRoomWhenTheGatewaysQueueIsFull)
         close(filler);
     ASSERT_TRUE(full);
 
+    // The queue is drained only once the request has been handed to the
+    // system: once the thread sleeps in sendto, or has come back from it.
     CoutCapture capture;
-    std::thread stopping([this] { observer.stopCommand(); });
+    std::atomic<bool> stopped{false};
+    sendingThread = 0;
+    watchingSendingThread = true;
+    std::thread stopping([this, &stopped] {
+        observer.stopCommand();
+        stopped = true;
+    });
+    for (int wait = 0; wait < 5000 && !stopped && (sendingThread == 0 || threadState(sendingThread) != 'S'); ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    watchingSendingThread = false;
     std::string data;
     std::string sender;
     bool requested = false;
