@@ -228,24 +228,32 @@ def count(counts, name):
     return f"{counts[name]:,.0f}" if name in counts else "–"
 
 
-def write_board(page, board, host_cases, host_load, host_load_counts):
+ABIS = ("cxx11", "legacy")
+
+
+def write_board(page, boards, host_cases, host_load, host_load_counts):
+    """`boards`: the PowerPC run in each std::string ABI, keyed as ABIS."""
     page.out("### PowerPC board: instructions under qemu-ppc")
     page.out()
     page.out("The same counting driver (`bench/trace_count.cpp`), cross-built for 32-bit big-endian "
-             "PowerPC and run under qemu's user-mode emulator with the project's counting plugin "
+             "PowerPC in each std::string ABI (presets `ppc-bench` and `ppc-bench-legacy-abi`) and run "
+             "under qemu's user-mode emulator with the project's counting plugin "
              "(`bench/qemu/count_plugin.c`), beside Callgrind's count of the host build. "
-             f"Emulator and compilers: {'; '.join(board.versions)}. "
+             f"Emulator and compilers: {'; '.join(boards['cxx11'].versions)}. "
              "Instructions are per operation (10 000 operations, setup and warm-up excluded); "
              "allocations are calls of `operator new` per operation after a warm-up of 100. "
              "Times under emulation say nothing of the board's and are not reported.")
     page.out()
-    page.table(["Operation", "x86-64 instructions", "PowerPC instructions", "PowerPC ÷ x86-64",
-                "Allocations (x86-64 / PowerPC)"],
-               [[label, count(page.counts, name), count(board.counts, name),
-                 "–" if name not in page.counts or name not in board.counts
-                 else f"{board.counts[name] / page.counts[name]:.2f}",
-                 f"{allocs(host_cases[name][0]) if name in host_cases else '–'} / "
-                 f"{allocs(board.cases[name][0]) if name in board.cases else '–'}"]
+
+    def allocations(cases, name):
+        return allocs(cases[name][0]) if name in cases else "–"
+
+    page.table(["Operation", "x86-64 instructions", "PowerPC cxx11", "PowerPC legacy", "PowerPC cxx11 ÷ x86-64",
+                "Allocations (x86-64 / PowerPC cxx11 / legacy)"],
+               [[label, count(page.counts, name)] + [count(boards[abi].counts, name) for abi in ABIS] +
+                ["–" if name not in page.counts or name not in boards["cxx11"].counts
+                 else f"{boards['cxx11'].counts[name] / page.counts[name]:.2f}",
+                 " / ".join([allocations(host_cases, name)] + [allocations(boards[abi].cases, name) for abi in ABIS])]
                 for label, name in BOARD_ROWS])
     ratios = [
         ("64-byte trace to a file ÷ bare `std::ofstream::write`", targets.FILE64, targets.OFSTREAM64),
@@ -261,8 +269,9 @@ def write_board(page, board, host_cases, host_load, host_load_counts):
         value = targets.instruction_ratio(counts, a, b)
         return "–" if value is None else f"{value:.2f}"
 
-    page.table(["Instruction ratio", "x86-64", "PowerPC"],
-               [[label, ratio(page.counts, a, b), ratio(board.counts, a, b)] for label, a, b in ratios])
+    page.table(["Instruction ratio", "x86-64", "PowerPC cxx11", "PowerPC legacy"],
+               [[label, ratio(page.counts, a, b)] + [ratio(boards[abi].counts, a, b) for abi in ABIS]
+                for label, a, b in ratios])
 
     page.out("Loading and unloading libdbg.so (`bench/load_count.cpp`: a program that does not link "
              "the library, one `dlopen` and `dlclose` before the counted pair): the instructions, and "
@@ -277,30 +286,33 @@ def write_board(page, board, host_cases, host_load, host_load_counts):
 
     rows = []
     for label, name in (("`dlopen` of libdbg.so", "load/libdbg"), ("`dlclose` of libdbg.so", "unload/libdbg")):
-        rows.append([label, count(host_load_counts, name), count(board.load_counts, name),
-                     heap(host_load, name), heap(board.load_cases, name)])
-    page.table(["Operation", "x86-64 instructions", "PowerPC instructions", "x86-64 heap", "PowerPC heap"], rows)
+        rows.append([label, count(host_load_counts, name)] + [count(boards[abi].load_counts, name) for abi in ABIS] +
+                    [heap(host_load, name)] + [heap(boards[abi].load_cases, name) for abi in ABIS])
+    page.table(["Operation", "x86-64 instructions", "PowerPC cxx11", "PowerPC legacy", "x86-64 heap",
+                "PowerPC cxx11 heap", "PowerPC legacy heap"], rows)
 
-    page.out("Sizes for powerpc, optimised (the same flags for both) and stripped: "
-             f"libdbg.so {board.sizes['libdbg'][0]:,.0f} bytes; spdlog as the reference uses it "
+    page.out("Sizes for powerpc, optimised (the same flags for both) and stripped: libdbg.so "
+             f"{boards['cxx11'].sizes['libdbg'][0]:,.0f} bytes (cxx11 ABI), "
+             f"{boards['legacy'].sizes['libdbg'][0]:,.0f} bytes (legacy ABI); spdlog as the reference uses it "
              f"(file sink, `%v` pattern, `info`; header-only, fmt header-only), alone in a shared "
-             f"library, {board.sizes['spdlog'][0]:,.0f} bytes.")
+             f"library, {boards['cxx11'].sizes['spdlog'][0]:,.0f} bytes (cxx11 ABI).")
     page.out()
 
 
-def write_instruction_plot_data(counts, board, path):
-    """Instructions per operation on both architectures, one row per bar pair."""
+def write_instruction_plot_data(counts, boards, path):
+    """Instructions per operation on both architectures, PowerPC in both
+    std::string ABIs, one row per group of bars."""
     rows = [("trace, file", targets.FILE64), ("trace, file, long origin", "trace/file/64/plain/long"),
             ("trace with %, file", "trace/file/64/percent/short"), ("error, file", targets.ERROR64),
             ("trace, console", "trace/console/64/plain/short"), ("trace, IMC", targets.IMC64),
             ("ofstream::write", targets.OFSTREAM64), ("fwrite", "ref/fwrite/64"),
             ("spdlog", targets.SPDLOG64)]
     with open(path, "w") as stream:
-        stream.write("# operation x86-64 PowerPC (instructions per 64-byte operation)\n")
+        stream.write("# operation x86-64 PowerPC-cxx11 PowerPC-legacy (instructions per 64-byte operation)\n")
         for label, name in rows:
-            ppc = f"{board.counts[name]:.1f}" if board and name in board.counts else "NaN"
-            host = f"{counts[name]:.1f}" if name in counts else "NaN"
-            stream.write(f'"{label}" {host} {ppc}\n')
+            values = [counts] + [boards[abi].counts if boards else {} for abi in ABIS]
+            cells = [f"{value[name]:.1f}" if name in value else "NaN" for value in values]
+            stream.write(f'"{label}" ' + " ".join(cells) + "\n")
 
 
 def write_document(path, lines):
@@ -340,6 +352,7 @@ def main():
     parser.add_argument("--callgrind", required=True)
     parser.add_argument("--callgrind-load", required=True)
     parser.add_argument("--board", help="directory of the PowerPC counts under qemu-ppc, when run")
+    parser.add_argument("--board-legacy", help="the same for the older std::string ABI")
     parser.add_argument("--instruction-plot-data", required=True)
     parser.add_argument("--operations", type=int, default=10000)
     parser.add_argument("--doc", required=True)
@@ -352,10 +365,13 @@ def main():
     host_cases = targets.load_cases(args.callgrind + "/trace-cases.txt")
     host_load = targets.load_cases(args.callgrind_load + "/load-cases.txt")
     host_load_counts = targets.load_callgrind(args.callgrind_load, 1)
-    board = Board(args.board, args.operations) if args.board else None
+    boards = None
+    if args.board:
+        boards = {"cxx11": Board(args.board, args.operations), "legacy": Board(args.board_legacy, args.operations)}
     checks = targets.check_targets(results, counts) + targets.arch_checks("x86-64", counts, host_cases)
-    if board:
-        checks += targets.board_checks(board.counts) + targets.arch_checks("PowerPC", board.counts, board.cases)
+    if boards:
+        for abi in ABIS:
+            checks += targets.board_checks(abi, boards[abi].counts, boards[abi].cases)
 
     page = Page(results, counts)
     write_run(page, context)
@@ -364,8 +380,8 @@ def main():
     write_traces(page)
     write_sizes(page)
     write_others(page)
-    if board:
-        write_board(page, board, host_cases, host_load, host_load_counts)
+    if boards:
+        write_board(page, boards, host_cases, host_load, host_load_counts)
     else:
         page.out("### PowerPC board")
         page.out()
@@ -373,7 +389,7 @@ def main():
         page.out()
     write_document(args.doc, page.lines)
     write_plot_data(results, args.plot_data)
-    write_instruction_plot_data(counts, board, args.instruction_plot_data)
+    write_instruction_plot_data(counts, boards, args.instruction_plot_data)
 
     for check in checks:
         shown = "not measured" if check.value is None else f"{check.value:.2f}"

@@ -3,8 +3,9 @@
 # and its plots: build/bench/performance.md and its .png files, or, with
 # --update-docs, the committed docs/performance.md and plots. Called by
 # ./run bench after the build; with DBG_PPC_PREFIX set (the cross toolchain
-# is there) it also counts the PowerPC build (build/ppc-bench) under
-# qemu-ppc with the counting plugin. With --strict it exits 1, after
+# is there) it also counts the PowerPC builds (build/ppc-bench and, in the
+# older std::string ABI, build/ppc-bench-legacy-abi) under qemu-ppc with
+# the counting plugin. With --strict it exits 1, after
 # writing the page, when a target does not hold; other arguments go to the
 # Google Benchmark program (e.g. a filter).
 set -euo pipefail
@@ -58,20 +59,26 @@ valgrind --tool=callgrind --collect-atstart=no \
 
 board=()
 if [ -n "${DBG_PPC_PREFIX:-}" ]; then
-    echo "bench: PowerPC instruction counts under qemu-ppc" >&2
-    ppc=build/ppc-bench
-    mkdir -p "$results/qemu"
     qemu=(qemu-ppc -L /usr/powerpc-linux-gnu -plugin "$build/bench/libdbg_count_plugin.so" -d plugin)
-    "${qemu[@]}" -D "$results/qemu/trace-counts.txt" \
-        "$ppc/bench/dbg_trace_count" "$scratch" "$results/qemu/trace-cases.txt" >/dev/null
-    "${qemu[@]}" -D "$results/qemu/load-counts.txt" "$ppc/bench/dbg_load_count" "$results/qemu/load-cases.txt"
-    powerpc-linux-gnu-strip -o "$scratch/libdbg.so" "$ppc/libdbg.so"
-    powerpc-linux-gnu-strip -o "$scratch/spdlog.so" "$ppc/bench/libdbg_spdlog_size.so"
-    printf 'libdbg %s\nspdlog %s\n' "$(stat -c %s "$scratch/libdbg.so")" "$(stat -c %s "$scratch/spdlog.so")" \
-        >"$results/qemu/sizes.txt"
-    { qemu-ppc --version | head -n 1; powerpc-linux-gnu-g++ --version | head -n 1; g++ --version | head -n 1; } \
-        >"$results/qemu/versions.txt"
-    board=(--board "$results/qemu")
+    # The board's modules come in both std::string ABIs: each build counted
+    # into a directory of its own.
+    for abi in cxx11 legacy; do
+        echo "bench: PowerPC instruction counts under qemu-ppc, $abi std::string ABI" >&2
+        ppc=build/ppc-bench
+        [ "$abi" = legacy ] && ppc=build/ppc-bench-legacy-abi
+        counted=$results/qemu-$abi
+        mkdir -p "$counted"
+        "${qemu[@]}" -D "$counted/trace-counts.txt" \
+            "$ppc/bench/dbg_trace_count" "$scratch" "$counted/trace-cases.txt" >/dev/null
+        "${qemu[@]}" -D "$counted/load-counts.txt" "$ppc/bench/dbg_load_count" "$counted/load-cases.txt"
+        powerpc-linux-gnu-strip -o "$scratch/libdbg.so" "$ppc/libdbg.so"
+        powerpc-linux-gnu-strip -o "$scratch/spdlog.so" "$ppc/bench/libdbg_spdlog_size.so"
+        printf 'libdbg %s\nspdlog %s\n' "$(stat -c %s "$scratch/libdbg.so")" "$(stat -c %s "$scratch/spdlog.so")" \
+            >"$counted/sizes.txt"
+        { qemu-ppc --version | head -n 1; powerpc-linux-gnu-g++ --version | head -n 1; g++ --version | head -n 1; } \
+            >"$counted/versions.txt"
+    done
+    board=(--board "$results/qemu-cxx11" --board-legacy "$results/qemu-legacy")
 fi
 
 status=0

@@ -2,6 +2,10 @@
 // its own and as built by the output manager.
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cstdio>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -25,6 +29,39 @@ void expectCall(Call const& call, Operation operation, std::string const& key,
     EXPECT_EQ(call.operation, operation);
     EXPECT_EQ(call.text, key);
     EXPECT_EQ(call.observer, observer);
+}
+
+// A thread's whole work: an observer whose "help" registration fails or is
+// cancelled, so that "DBG" is released again.
+void* buildObserver(void* manager)
+{
+    DBG_CmdObserver observer(static_cast<IMC_Manager*>(manager));
+    return nullptr;
+}
+
+// In a death test's child: the thread blocks in `blocked` ("help"'s
+// registration, or the release of "DBG" after it failed) until it is
+// cancelled; it must end with "DBG" released, and the process go on.
+void cancelWhileBlockedIn(Operation blocked)
+{
+    if (blocked == Operation::Unregistration)
+        imc_standin::injectFault(Operation::Registration, Fault::RuntimeError, 1, 1);
+    imc_standin::injectFault(blocked, Fault::BlockUntilCancelled, 1, blocked == Operation::Registration ? 1 : 0);
+    pthread_t thread;
+    if (pthread_create(&thread, nullptr, buildObserver, imc_standin::manager()) != 0)
+        _exit(2);
+    for (int waited = 0; imc_standin::blockedCalls() == 0; ++waited) {
+        if (waited == 20000)
+            _exit(3);  // 20 s: it never got there
+        usleep(1000);
+    }
+    pthread_cancel(thread);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    std::fputs(result == PTHREAD_CANCELED ? "cancelled thread ended" : "thread not cancelled", stderr);
+    if (textsOf(Operation::Unregistration) == std::vector<std::string>{"DBG"})
+        std::fputs(", DBG released", stderr);
+    _exit(0);
 }
 
 }  // namespace
@@ -242,4 +279,20 @@ TEST_F(CmdObserverRegistration, OtherExceptionFromRegistrationStopsTheManager)
     EXPECT_NE(manager->pCmdObserver, nullptr);
     EXPECT_EQ(callsOf(Operation::Instance).size(), 1u);
     EXPECT_EQ(callsOf(Operation::Registration).size(), 2u);
+}
+
+class CmdObserverCancellationDeathTest : public CmdObserverRegistration {};
+
+// Cancellation unwinds the thread through the clean-up: swallowing it there
+// would abort the whole process.
+TEST_F(CmdObserverCancellationDeathTest, ThreadCancelledInTheCleanUpUnregistrationEndsAndTheProcessGoesOn)
+{
+    EXPECT_EXIT(cancelWhileBlockedIn(Operation::Unregistration), ::testing::ExitedWithCode(0),
+                "cancelled thread ended, DBG released");
+}
+
+TEST_F(CmdObserverCancellationDeathTest, ThreadCancelledInTheSecondRegistrationReleasesTheFirstKeyAndEnds)
+{
+    EXPECT_EXIT(cancelWhileBlockedIn(Operation::Registration), ::testing::ExitedWithCode(0),
+                "cancelled thread ended, DBG released");
 }

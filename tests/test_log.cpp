@@ -105,7 +105,7 @@ TEST_F(LogTest, ATraceFromTheLastDestructorsOfAThreadIsStillEscaped)
     };
     DBG_Log const log;
     std::thread([&] {
-        // Built before the logger's own thread objects, so destroyed after them.
+        // Destroyed at the thread's end, among its last destructors.
         thread_local TracesWhenDestroyed const lastWords{log, last};
         log.trace(first, "start", 1);
     }).join();

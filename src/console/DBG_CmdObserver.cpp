@@ -4,9 +4,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cxxabi.h>
+
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <iostream>
+#include <locale>
 #include <sstream>
 #include <stdexcept>
 
@@ -65,6 +69,7 @@ std::string versionAnswer()
 sockaddr_un keyAddress(char const* separator)
 {
     std::ostringstream path;
+    path.imbue(std::locale::classic());  // the pid in plain decimal, whatever the module's locale
     path << "/tmp/" << separator << getpid() << ".key" << '\0';
     sockaddr_un address;
     std::memset(&address, 0, sizeof address);
@@ -93,18 +98,30 @@ void reportSocketFailure()
 DBG_CmdObserver::DBG_CmdObserver(IMC_Manager* manager) : pImcManager(manager)
 {
     pImcManager->registration(this, "DBG");
+    // Should "help" fail, the observer is not made: the manager must not
+    // keep it for "DBG".
+    std::exception_ptr failure;
     try {
         pImcManager->registration(this, "help");
-    } catch (...) {
-        // The observer is not made: the manager must not keep it for "DBG".
-        // Whatever that release throws, the caller is to see why the
-        // registration failed.
-        try {
-            pImcManager->unregistration(this, "DBG");
-        } catch (...) {
-        }
+    } catch (abi::__forced_unwind&) {
+        // The thread is being cancelled: it must end.
+        pImcManager->unregistration(this, "DBG");
         throw;
+    } catch (...) {
+        failure = std::current_exception();
     }
+    if (!failure)
+        return;
+    // Released outside the handler, where a cancellation of the thread can
+    // pass on; whatever else the release throws, the caller is to see why
+    // the registration failed.
+    try {
+        pImcManager->unregistration(this, "DBG");
+    } catch (abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
+    }
+    std::rethrow_exception(failure);
 }
 
 namespace {

@@ -10,6 +10,20 @@
 
 DBG_OutManager* DBG_OutManager::pOutManager = nullptr;
 
+namespace {
+
+// The console sink left in place when a new sink cannot be built, not even
+// a console: it needs no allocation, has no state and is never deleted.
+DBG_Output lastResortConsole;
+
+void destroySink(DBG_Output* sink)
+{
+    if (sink != &lastResortConsole)
+        delete sink;
+}
+
+}  // namespace
+
 DBG_OutManager* DBG_OutManager::instance()
 {
     if (!pOutManager)
@@ -39,24 +53,19 @@ DBG_OutManager::DBG_OutManager() : pOutput(new DBG_Output), pCmdObserver(nullptr
 
 DBG_OutManager::~DBG_OutManager()
 {
-    delete pOutput;
+    destroySink(pOutput);
     delete pCmdObserver;
 }
 
 // The old sink is gone before the new one is built, so a file sink can
 // reopen the very file the old one had open. Should building fail, the
-// console takes over and the failure passes on.
+// console of last resort stays and the failure passes on.
 template <typename MakeSink>
 void DBG_OutManager::replaceOutput(MakeSink makeSink)
 {
-    delete pOutput;
-    pOutput = nullptr;
-    try {
-        pOutput = makeSink();
-    } catch (...) {
-        pOutput = new DBG_Output;
-        throw;
-    }
+    destroySink(pOutput);
+    pOutput = &lastResortConsole;
+    pOutput = makeSink();
 }
 
 void DBG_OutManager::setConsoleOutput()

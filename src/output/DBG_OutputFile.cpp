@@ -1,8 +1,12 @@
 #include "DBG_OutputFile.h"
 
-DBG_OutputFile::DBG_OutputFile(std::string name)
-    : m_file(name, std::ios::out | std::ios::trunc), m_name(std::move(name))
+#include <locale>
+
+// Numbers go out in plain decimal, whatever locale a module made global.
+DBG_OutputFile::DBG_OutputFile(std::string name) : m_file(), m_name(std::move(name))
 {
+    m_file.imbue(std::locale::classic());
+    m_file.open(m_name, std::ios::out | std::ios::trunc);
 }
 
 DBG_OutputFile::~DBG_OutputFile() = default;

@@ -1,9 +1,13 @@
 #include "DBG_OutputImc.h"
 
+#include <locale>
+
 #include "DBG_ImcAccess.h"
 
+// Numbers go out in plain decimal, whatever locale a module made global.
 DBG_OutputImc::DBG_OutputImc() : m_buffer(std::ios::out)
 {
+    m_buffer.imbue(std::locale::classic());
 }
 
 DBG_OutputImc::~DBG_OutputImc() = default;

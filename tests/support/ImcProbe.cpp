@@ -1,5 +1,9 @@
 #include "ImcProbe.h"
 
+#include <pthread.h>
+#include <sched.h>
+
+#include <atomic>
 #include <map>
 #include <stdexcept>
 
@@ -69,6 +73,7 @@ public:
     std::map<Operation, InjectedFault> faults;
     bool recording = false;
     std::vector<Call> calls;
+    std::atomic<int> blocked{0};
 
 private:
     void record(Operation operation, std::string const& text = std::string(),
@@ -116,6 +121,14 @@ private:
             throw std::logic_error("injected fault");
         case Fault::ForeignException:
             throw NonStandardFault();
+        case Fault::BlockUntilCancelled:
+            // pthread_testcancel rather than a blocking call: qemu-user
+            // cannot unwind a cancellation out of a system call on PowerPC.
+            ++blocked;
+            for (;;) {
+                pthread_testcancel();
+                sched_yield();
+            }
         case Fault::None:
         case Fault::NullInstance:
             break;
@@ -141,6 +154,11 @@ void injectFault(Operation operation, Fault fault, int times, int skip)
 void clearFaults()
 {
     probe().faults.clear();
+}
+
+int blockedCalls()
+{
+    return probe().blocked;
 }
 
 void setRecording(bool on)

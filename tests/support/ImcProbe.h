@@ -31,7 +31,9 @@ enum class Fault {
     OtherException,  // throws std::logic_error("injected fault")
     ForeignException,  // throws a NonStandardFault: the maker's manager may throw
                        // what it likes, not only std::exception's kin
-    NullInstance     // instance() returns null (Operation::Instance only)
+    NullInstance,    // instance() returns null (Operation::Instance only)
+    BlockUntilCancelled  // the call waits, testing for cancellation, until its
+                         // thread is cancelled
 };
 
 // What Fault::ForeignException throws: derived from no standard exception.
@@ -52,6 +54,9 @@ struct Call {
 // before its fault is raised.
 void injectFault(Operation operation, Fault fault, int times = -1, int skip = 0);
 void clearFaults();
+// How many calls have entered Fault::BlockUntilCancelled so far; read from
+// any thread.
+int blockedCalls();
 // Off at first: nothing is copied until a test asks for the record.
 void setRecording(bool on);
 std::vector<Call> const& calls();
