@@ -3,11 +3,14 @@
 // the Tcl handler reading from a real pipe on fd 0.
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -123,6 +126,75 @@ bool sigtermStaysAway()
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     return sigtermCount == 0;
 }
+
+// SIGTERM held back from this thread while it lives, so that a signal sent
+// stays pending unless a thread that lets it in takes it. The gateway may
+// take its signals on a thread of its own: a signal sent to the process
+// reaches such a thread, one raised reaches the raising thread only.
+class SigtermHeldBack {
+public:
+    SigtermHeldBack()
+    {
+        sigemptyset(&m_term);
+        sigaddset(&m_term, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &m_term, &m_previous);
+    }
+
+    // Whatever is still pending here is taken back before the mask goes.
+    ~SigtermHeldBack()
+    {
+        timespec const none = {0, 0};
+        while (sigtimedwait(&m_term, nullptr, &none) == SIGTERM) {
+        }
+        pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
+    }
+
+    SigtermHeldBack(SigtermHeldBack const&) = delete;
+    SigtermHeldBack& operator=(SigtermHeldBack const&) = delete;
+
+    // Sent by now: pending, or taken already by a thread that lets it in.
+    bool sent() const
+    {
+        sigset_t pending;
+        sigpending(&pending);
+        return sigismember(&pending, SIGTERM) == 1 || sigtermCount > 0;
+    }
+
+    // Whether another thread, waiting for it, can take it.
+    bool takenByAnotherThread() const
+    {
+        if (sigtermCount > 0)
+            return true;
+        bool taken = false;
+        std::thread waiter([this, &taken] {
+            timespec const limit = {2, 0};
+            taken = sigtimedwait(&m_term, nullptr, &limit) == SIGTERM;
+        });
+        waiter.join();
+        return taken;
+    }
+
+private:
+    sigset_t m_term;
+    sigset_t m_previous;
+};
+
+// A capture that notes, at each flush, whether SIGTERM was sent by then.
+class SigtermWatchingCapture : public CoutCapture {
+public:
+    explicit SigtermWatchingCapture(SigtermHeldBack const& held) : m_held(held) {}
+    std::vector<bool> sentAtFlush;
+
+protected:
+    int sync() override
+    {
+        sentAtFlush.push_back(m_held.sent());
+        return CoutCapture::sync();
+    }
+
+private:
+    SigtermHeldBack const& m_held;
+};
 
 // The banner's lines, each with its line end.
 std::vector<std::string> bannerLines()
@@ -419,33 +491,44 @@ TEST_F(Console, BannerLinesAreFlushedOneByOne)
 }
 
 // Every text of the console is inserted into std::cout as the stream
-// formats it: a width set on std::cout pads it.
-TEST_F(Console, BannerTakesTheWidthOfStdCout)
+// formats it: a width set on std::cout pads it. The base another module
+// left on std::cout stays as it was.
+TEST_F(Console, BannerTakesTheWidthOfStdCoutAndKeepsItsBase)
 {
-    PaddedCoutCapture output(30, '.');
-    ASSERT_NE(DBG_InManager::instance(), nullptr);
-    std::string padded;
-    for (std::string const& line : bannerLines())
-        padded += paddedText(line, 31, '.');
-    EXPECT_EQ(output.text(), padded);
+    for (std::ios::fmtflags const flags : {moduleDecimal, moduleHexadecimal}) {
+        PaddedCoutCapture output(30, '.', flags);
+        ASSERT_NE(DBG_InManager::instance(), nullptr);
+        std::string padded;
+        for (std::string const& line : bannerLines())
+            padded += paddedText(line, 31, '.');
+        EXPECT_EQ(output.text(), padded);
+        EXPECT_EQ(std::cout.flags(), flags);
+        DBG_InManager::desinstance();
+    }
 }
 
-TEST_F(Console, CommandLostAndPromptTakeTheWidthOfStdCout)
+TEST_F(Console, CommandLostAndPromptTakeTheWidthOfStdCoutAndKeepItsBase)
 {
     DBG_InManager* const in = console();
     ASSERT_EQ(imc_standin::manager(), nullptr);
-    PaddedCoutCapture output(14, '.');
-    in->onStdInput("help");
-    EXPECT_EQ(output.text(), "..command lost\n.............>");
+    for (std::ios::fmtflags const flags : {moduleDecimal, moduleHexadecimal}) {
+        PaddedCoutCapture output(14, '.', flags);
+        in->onStdInput("help");
+        EXPECT_EQ(output.text(), "..command lost\n.............>");
+        EXPECT_EQ(std::cout.flags(), flags);
+    }
 }
 
-TEST_F(Console, PromptAfterACommandTakesTheWidthOfStdCout)
+TEST_F(Console, PromptAfterACommandTakesTheWidthOfStdCoutAndKeepsItsBase)
 {
     ImcSession imc;
     DBG_InManager* const in = console();
-    PaddedCoutCapture output(3, '.');
-    in->onStdInput("");
-    EXPECT_EQ(output.text(), "..>");
+    for (std::ios::fmtflags const flags : {moduleDecimal, moduleHexadecimal}) {
+        PaddedCoutCapture output(3, '.', flags);
+        in->onStdInput("");
+        EXPECT_EQ(output.text(), "..>");
+        EXPECT_EQ(std::cout.flags(), flags);
+    }
 }
 
 TEST_F(Console, CommandLostIsFlushedBeforeThePrompt)
@@ -625,6 +708,36 @@ TEST_F(Console, StdinHandlerAtEndOfInputSignalsAndStillPassesTheLine)
     ASSERT_EQ(received.size(), 1u);
     EXPECT_EQ(received[0].text, "");
     EXPECT_EQ(out.text(), ">");
+}
+
+// "exit" signals the process, not the console's thread only: a thread of
+// the gateway's own may be the one that takes it.
+TEST_F(Console, ExitLineSignalsTheProcessForAnyThreadToTake)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    CoutCapture out;
+    SigtermHeldBack held;
+    in->onStdInput("exit");
+    EXPECT_TRUE(held.takenByAnotherThread());
+    EXPECT_EQ(out.text(), "");
+}
+
+// At the end of input the signal goes to the process, and before the last
+// line is handed on: the prompt after it finds it sent.
+TEST_F(Console, EndOfInputSignalsTheProcessBeforeTheLastLineGoesOn)
+{
+    ImcSession imc;
+    DBG_InManager* const in = console();
+    imc_standin::clearCalls();
+    closeWriteEnd();
+    SigtermHeldBack held;
+    SigtermWatchingCapture out(held);
+    DBG_InManager::Tcl_StdinHandler(in->chan, TCL_READABLE);
+    EXPECT_EQ(out.text(), ">");
+    EXPECT_EQ(out.sentAtFlush, std::vector<bool>{true});
+    EXPECT_EQ(callsOf(imc_standin::Operation::ReceiveCommand).size(), 1u);
+    EXPECT_TRUE(held.takenByAnotherThread());
 }
 
 TEST_F(Console, StdinHandlerHandsOverAPartialLastLineAtEndOfInput)

@@ -1,12 +1,15 @@
 // The console sink (DBG_Output itself) and the hexadecimal dump.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdio>
 #include <iostream>
+#include <stdexcept>
 #include <streambuf>
 #include <string>
 #include <vector>
 
+#include "DBG_DumpSize.h"
 #include "DBG_Output.h"
 #include "TestSupport.h"
 
@@ -76,6 +79,38 @@ TEST(ConsoleSinkOutput, UnsignedCharTakesTheWidthAndFillOfStdCout)
     DBG_Output console;
     console << static_cast<unsigned char>('A') << static_cast<unsigned char>('B');
     EXPECT_EQ(capture.text(), "**AB");
+}
+
+// A module may leave std::cout in hexadecimal, with a width: each insertion
+// follows that state, as std::cout's own would, and leaves it as it was.
+TEST(ConsoleSinkOutput, InsertionsFollowAndKeepTheStateAModuleLeftOnStdCout)
+{
+    struct Case {
+        std::ios::fmtflags flags;
+        std::string number, text, character;
+    };
+    for (Case const& state : {Case{moduleDecimal, "***255", "****ab", "*****A"},
+                              Case{moduleHexadecimal, "**0XFF", "****ab", "*****A"}}) {
+        DBG_Output console;
+        {
+            PaddedCoutCapture capture(6, '*', state.flags);
+            console << 255;
+            EXPECT_EQ(capture.text(), state.number);
+            EXPECT_EQ(std::cout.flags(), state.flags);
+        }
+        {
+            PaddedCoutCapture capture(6, '*', state.flags);
+            console << std::string("ab");
+            EXPECT_EQ(capture.text(), state.text);
+            EXPECT_EQ(std::cout.flags(), state.flags);
+        }
+        {
+            PaddedCoutCapture capture(6, '*', state.flags);
+            console << static_cast<unsigned char>('A');
+            EXPECT_EQ(capture.text(), state.character);
+            EXPECT_EQ(std::cout.flags(), state.flags);
+        }
+    }
 }
 
 TEST(ConsoleSinkOutput, EmptyStringWritesNothing)
@@ -284,6 +319,30 @@ TEST(HexaDumpFormat, EveryByteValueInUpperCase)
         char expected[8];
         std::snprintf(expected, sizeof expected, " %02X", value);
         EXPECT_EQ(DBG_Output::hexaDump(&byte, 1), expected) << "byte " << value;
+    }
+}
+
+// The size check hexaDump makes, also with a bound as small as a 32-bit
+// string's: a dump of exactly the bound is allowed; one character more, and
+// the largest length of all (whose size wraps in 32 bits), are refused.
+TEST(HexaDumpSize, ADumpPastTheLargestStringIsRefused)
+{
+    unsigned long long const largest32 = 0x7FFFFFFFULL;
+    EXPECT_EQ(dbg_output::dumpSize(8, 25), 25u);
+    EXPECT_EQ(dbg_output::dumpSize(17, 53), 53u);
+    EXPECT_EQ(dbg_output::dumpSize(687194763, largest32), 2147483634u);
+    EXPECT_EQ(dbg_output::dumpSize(UINT_MAX, ULLONG_MAX), 3ULL * UINT_MAX + UINT_MAX / 8);
+    struct Refused {
+        unsigned int length;
+        unsigned long long largest;
+    };
+    for (Refused const refused : {Refused{8, 24}, Refused{17, 52}, Refused{UINT_MAX, largest32}}) {
+        try {
+            dbg_output::dumpSize(refused.length, refused.largest);
+            ADD_FAILURE() << "length " << refused.length << " is not refused";
+        } catch (std::length_error const& error) {
+            EXPECT_STREQ(error.what(), "DBG_Output::hexaDump: length too large");
+        }
     }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -299,15 +300,18 @@ TYPED_TEST(IndexedNames, EveryValueOnEverySink)
 }
 
 // The console inserts a name into std::cout as a C string: a width set on
-// std::cout pads it.
-TYPED_TEST(IndexedNames, ConsoleNameTakesTheWidthOfStdCout)
+// std::cout pads it, and the base another module left on it stays.
+TYPED_TEST(IndexedNames, ConsoleNameTakesTheWidthOfStdCoutAndKeepsItsBase)
 {
     using E = TypeParam;
     std::string const name = Naming<E>::names()[0];
-    PaddedCoutCapture capture(static_cast<std::streamsize>(name.size()) + 2, '*');
-    DBG_Output console;
-    console << static_cast<E>(0);
-    EXPECT_EQ(capture.text(), "**" + name);
+    for (std::ios::fmtflags const flags : {moduleDecimal, moduleHexadecimal}) {
+        PaddedCoutCapture capture(static_cast<std::streamsize>(name.size()) + 2, '*', flags);
+        DBG_Output console;
+        console << static_cast<E>(0);
+        EXPECT_EQ(capture.text(), "**" + name);
+        EXPECT_EQ(std::cout.flags(), flags);
+    }
 }
 
 TYPED_TEST(IndexedNames, ValueAtTheBoundIsOutOfArrayOnEverySink)
@@ -509,12 +513,15 @@ TEST_F(EnumInsertionTest, CausesOnEverySink)
     }
 }
 
-TEST_F(EnumInsertionTest, ConsoleCauseTakesTheWidthOfStdCout)
+TEST_F(EnumInsertionTest, ConsoleCauseTakesTheWidthOfStdCoutAndKeepsItsBase)
 {
-    PaddedCoutCapture capture(24, '*');
-    DBG_Output console;
-    console << VCOM_Cause(17);
-    EXPECT_EQ(capture.text(), "***USER_BUSY (User busy)");
+    for (std::ios::fmtflags const flags : {moduleDecimal, moduleHexadecimal}) {
+        PaddedCoutCapture capture(24, '*', flags);
+        DBG_Output console;
+        console << VCOM_Cause(17);
+        EXPECT_EQ(capture.text(), "***USER_BUSY (User busy)");
+        EXPECT_EQ(std::cout.flags(), flags);
+    }
 }
 
 TEST_F(EnumInsertionTest, MissingCauseThroughTheManagerIsAnEmptyString)

@@ -8,14 +8,22 @@
 #include <sys/un.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <iostream>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -100,11 +108,19 @@ extern "C" int bind(int descriptor, sockaddr const* address, socklen_t length)
     return next(descriptor, address, length);
 }
 
+namespace {
+// The thread in sendto, while a test watches for it; 0 until then.
+std::atomic<bool> watchingSendingThread{false};
+std::atomic<pid_t> sendingThread{0};
+}  // namespace
+
 extern "C" ssize_t sendto(int descriptor, void const* data, size_t size, int flags, sockaddr const* address,
                           socklen_t length)
 {
     using Sendto = ssize_t (*)(int, void const*, size_t, int, sockaddr const*, socklen_t);
     static Sendto const next = reinterpret_cast<Sendto>(dlsym(RTLD_NEXT, "sendto"));
+    if (watchingSendingThread)
+        sendingThread = static_cast<pid_t>(syscall(SYS_gettid));
     SentDatagram sent;
     sent.data.assign(static_cast<char const*>(data), size);
     if (address)
@@ -141,6 +157,16 @@ std::string wholeAddress(std::string const& path)
     std::memcpy(address.sun_path, path.data(), path.size());
     EXPECT_EQ(sizeof address, 110u);
     return std::string(reinterpret_cast<char const*>(&address), sizeof address);
+}
+
+// The scheduling state of one of this process's threads ('S': asleep in a
+// call), from /proc.
+char threadState(pid_t thread)
+{
+    std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string const line((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    std::size_t const end = line.rfind(") ");
+    return end == std::string::npos || end + 2 >= line.size() ? '?' : line[end + 2];
 }
 
 bool isSocket(std::string const& path)
@@ -296,13 +322,17 @@ TEST_F(StartTest, FailureLineIsFlushedBeforeTheExitPathIsCalled)
 
 // Each message is inserted into std::cout as the stream formats it: a width
 // set on std::cout pads it.
-TEST_F(StartTest, FailureLineTakesTheWidthOfStdCout)
+// The base another module left on std::cout stays as it was.
+TEST_F(StartTest, FailureLineTakesTheWidthOfStdCoutAndKeepsItsBase)
 {
-    imc_standin::injectFault(Operation::Post, Fault::RuntimeError);
-    imc_standin::injectFault(Operation::CoreDumpExit, Fault::OtherException);
-    PaddedCoutCapture capture(24, '.');
-    EXPECT_THROW(observer.startCommand(), std::logic_error);
-    EXPECT_EQ(capture.text(), "....Start Command Failed\n");
+    for (std::ios::fmtflags const flags : {moduleDecimal, moduleHexadecimal}) {
+        imc_standin::injectFault(Operation::Post, Fault::RuntimeError);
+        imc_standin::injectFault(Operation::CoreDumpExit, Fault::OtherException);
+        PaddedCoutCapture capture(24, '.', flags);
+        EXPECT_THROW(observer.startCommand(), std::logic_error);
+        EXPECT_EQ(capture.text(), "....Start Command Failed\n");
+        EXPECT_EQ(std::cout.flags(), flags);
+    }
 }
 
 TEST_F(StartDeathTest, RuntimeErrorOfThePostEndsTheProcessWithAbort)
@@ -451,6 +481,26 @@ TEST_F(StopTest, MessagesTakeTheWidthOfStdCout)
                                   std::to_string(EADDRINUSE) + "\n");
 }
 
+// The error number is std::cout's insertion of it, in the base another
+// module left on std::cout; that base stays as it was.
+TEST_F(StopTest, MessagesFollowAndKeepTheBaseOfStdCout)
+{
+    std::ostringstream hexadecimal;
+    hexadecimal.flags(moduleHexadecimal);
+    hexadecimal << EADDRINUSE;
+    for (auto const& [flags, number] : {std::make_pair(moduleDecimal, std::to_string(EADDRINUSE)),
+                                        std::make_pair(moduleHexadecimal, hexadecimal.str())}) {
+        ShutdownSocketPaths const fresh;
+        PaddedCoutCapture capture(0, '.', flags);
+        observer.stopCommand();
+        EXPECT_EQ(std::cout.flags(), flags);
+        observer.stopCommand();  // fails at bind: the first one's path is there
+        EXPECT_EQ(capture.text(), shutdownMessage + std::string("VELTA : cannot create debug socket (") + number +
+                                      "\n");
+        EXPECT_EQ(std::cout.flags(), flags);
+    }
+}
+
 // After a failed bind the socket is closed first; the message shows errno
 // as it is then.
 TEST_F(StopTest, BindFailureMessageFollowsTheClose)
@@ -498,6 +548,64 @@ TEST_F(StopTest, SecondStopFailsAtBindAndSendsNothing)
     observer.stopCommand();
     EXPECT_EQ(capture.text(), socketMessage(EADDRINUSE));
     EXPECT_FALSE(listener.receive(&data, &sender));
+}
+
+// The request is sent with no flags: when the gateway's queue is full it
+// waits for room rather than being dropped.
+TEST_F(StopTest, RequestWaitsForRoomWhenTheGatewaysQueueIsFull)
+{
+    DatagramListener listener(listenerPath);
+    ASSERT_NE(listener.fd(), -1);
+    sockaddr_un gateway;
+    std::memset(&gateway, 0, sizeof gateway);
+    gateway.sun_family = AF_UNIX;
+    std::memcpy(gateway.sun_path, listenerPath.data(), listenerPath.size());
+    auto const sendFiller = [&gateway](int filler) {
+        return sendto(filler, "f", 1, 0, reinterpret_cast<sockaddr const*>(&gateway), sizeof gateway) == 1;
+    };
+    // Fillers, each until its own send buffer or the gateway's queue is
+    // full: the queue is full when a new one cannot send at all.
+    std::vector<int> fillers;
+    bool full = false;
+    while (!full && fillers.size() < 256) {
+        int const filler = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        ASSERT_NE(filler, -1);
+        fillers.push_back(filler);
+        full = !sendFiller(filler);
+        while (!full && sendFiller(filler)) {
+        }
+        ASSERT_EQ(errno, EAGAIN);
+    }
+    for (int filler : fillers)
+        close(filler);
+    ASSERT_TRUE(full);
+
+    // The queue is drained only once the request has been handed to the
+    // system: once the thread sleeps in sendto, or has come back from it.
+    CoutCapture capture;
+    std::atomic<bool> stopped{false};
+    sendingThread = 0;
+    watchingSendingThread = true;
+    std::thread stopping([this, &stopped] {
+        observer.stopCommand();
+        stopped = true;
+    });
+    for (int wait = 0; wait < 5000 && !stopped && (sendingThread == 0 || threadState(sendingThread) != 'S'); ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    watchingSendingThread = false;
+    std::string data;
+    std::string sender;
+    bool requested = false;
+    for (int wait = 0; wait < 500 && !requested; ++wait) {
+        while (!requested && listener.receive(&data, &sender))
+            requested = data == "q";
+        if (!requested)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    stopping.join();
+    EXPECT_TRUE(requested);
+    EXPECT_EQ(sender, ownPath);
+    EXPECT_EQ(capture.text(), shutdownMessage);
 }
 
 TEST_F(StopTest, NobodyListeningStillPrintsTheShutdownMessage)

@@ -1,7 +1,8 @@
 #include "DBG_Output.h"
 
 #include <iostream>
-#include <stdexcept>
+
+#include "DBG_DumpSize.h"
 
 DBG_Output::~DBG_Output() = default;
 
@@ -38,12 +39,7 @@ std::string DBG_Output::hexaDump(unsigned char const* data, unsigned int length)
     std::string dump;
     if (length == 0)
         return dump;
-    // Counted in 64 bits, where it cannot wrap: a size_t of 32 bits can
-    // neither hold every dump nor let one be written past its end.
-    unsigned long long const size = 3ULL * length + length / 8;
-    if (size > dump.max_size())
-        throw std::length_error(std::string("DBG_Output::hexaDump: length too large"));
-    dump.resize(std::string::size_type(size));
+    dump.resize(std::string::size_type(dbg_output::dumpSize(length, dump.max_size())));
     char* out = &dump[0];
     for (unsigned int i = 1; i <= length; ++i) {
         unsigned char const byte = data[i - 1];

@@ -85,12 +85,14 @@ class Worker:
         sync_tree(self.tree)
         code, output = run_quietly(["cmake", "--preset", "mutate"], self.tree)
         if code == 0:
-            code, output = self.compile()
+            # The whole first build of a fresh copy has no time limit: under
+            # a heavy load it takes longer than any mutant may.
+            code, output = self.compile(timeout=None)
         if code != 0:
             raise RuntimeError("worker {} does not build:\n{}".format(self.number, output[-3000:]))
 
-    def compile(self):
-        return run_quietly(["cmake", "--build", self.build, "-j1"], self.tree, timeout=BUILD_TIMEOUT)
+    def compile(self, timeout=BUILD_TIMEOUT):
+        return run_quietly(["cmake", "--build", self.build, "-j1"], self.tree, timeout=timeout)
 
     def restore(self):
         if self.current:

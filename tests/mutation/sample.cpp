@@ -1,5 +1,7 @@
 // Sample source for the mutation operators' own test: each function holds
 // the sites of one operator.
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -76,4 +78,32 @@ std::string joined(std::string const& text)
     std::ostringstream local;
     local << text << '.';
     return local.str();
+}
+
+// Flags a system call accepts in place of the given ones.
+void flagged(int descriptor, char const* path)
+{
+    sendto(descriptor, "q", 1, 0, nullptr, 0);
+    close(open(path, O_WRONLY | O_TRUNC));
+}
+
+// The own process signalled.
+void ended()
+{
+    kill(getpid(), SIGTERM);
+}
+
+// A statement moved past the next call beyond its neighbour.
+void ordered(std::ostream& out, int value)
+{
+    int copy = value;
+    copy += 1;
+    value = copy * 2;
+    out << copy << value;
+}
+
+// A shared stream's state met by the insertions.
+void told(int number)
+{
+    std::cout << "n=" << number;
 }

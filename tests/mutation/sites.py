@@ -24,6 +24,7 @@ class Mutant:
     replacement: str
     line: int
     occurrence: int = 0
+    header: str = ""   # put before the file's first line, for what the replacement needs
 
     @property
     def identifier(self):
@@ -31,7 +32,7 @@ class Mutant:
                           squeeze(self.replacement), str(self.occurrence)])
 
     def apply(self, source):
-        return source[:self.start] + self.replacement.encode() + source[self.end:]
+        return self.header.encode() + source[:self.start] + self.replacement.encode() + source[self.end:]
 
 
 def squeeze(text):
@@ -41,10 +42,21 @@ def squeeze(text):
 
 RELATIONAL = {"<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "=="}
 LOGICAL = {"&&": "||", "||": "&&"}
-SYSTEM_CALLS = {"socket", "bind", "sendto", "connect", "send", "recv", "close", "kill", "open", "read", "write"}
-# Named arguments of system calls and a plausible wrong neighbour of each.
-SYSTEM_CALL_SWAPS = {"AF_UNIX": "AF_INET", "AF_LOCAL": "AF_INET", "SOCK_DGRAM": "SOCK_STREAM",
-                     "SOCK_STREAM": "SOCK_DGRAM", "SIGTERM": "SIGINT", "SIGINT": "SIGTERM"}
+SYSTEM_CALLS = {"socket", "bind", "sendto", "connect", "send", "recv", "close", "kill", "open", "read", "write",
+                "fcntl"}
+# Flags that a system call accepts in the same argument: each one named in
+# a call's argument is replaced by every other of its group, so that the
+# mutant still runs and only behaves otherwise.
+FLAG_GROUPS = [("AF_UNIX", "AF_INET", "AF_INET6"), ("AF_LOCAL", "AF_INET", "AF_INET6"),
+               ("SOCK_DGRAM", "SOCK_STREAM", "SOCK_SEQPACKET"),
+               ("SIGTERM", "SIGINT", "SIGHUP", "SIGKILL", "SIGUSR1"),
+               ("O_RDONLY", "O_WRONLY", "O_RDWR"), ("O_TRUNC", "O_APPEND"), ("O_CLOEXEC", "O_NONBLOCK"),
+               ("F_GETFL", "F_GETFD"), ("F_SETFL", "F_SETFD"),
+               ("MSG_DONTWAIT", "MSG_NOSIGNAL")]
+FLAGS = {name: [other for other in group if other != name] for group in FLAG_GROUPS for name in group}
+# Calls whose flags argument (by position) may be given as a plain 0: the
+# flag it then takes instead.
+ZERO_FLAGS = {("sendto", 3): "MSG_DONTWAIT", ("send", 3): "MSG_DONTWAIT", ("recv", 3): "MSG_DONTWAIT"}
 DELETABLE = {K.CALL_EXPR, K.BINARY_OPERATOR, K.COMPOUND_ASSIGNMENT_OPERATOR, K.UNARY_OPERATOR,
              K.CXX_THROW_EXPR, K.CXX_DELETE_EXPR, K.BREAK_STMT, K.CONTINUE_STMT, K.UNEXPOSED_EXPR}
 RESULT_FUNCTIONS = {K.FUNCTION_DECL, K.CXX_METHOD, K.CONVERSION_FUNCTION, K.FUNCTION_TEMPLATE}
@@ -79,14 +91,15 @@ class SiteFinder:
         return any((s < end and start < e) and not (start <= s and e <= end)
                    for s, e in self.macro_ranges.get(path, ()))
 
-    def add(self, cursor, operator, start, end, replacement, path=None):
+    def add(self, cursor, operator, start, end, replacement, path=None, header=""):
         path = path or self.file_of(cursor)
         original = self.text(path, start, end)
         if original == replacement or self.in_macro(path, start, end) or (path, start) in self.bounds or \
                 any(p == path and s <= start < e for p, s, e in self.asserted):
             return
         line = self.wanted[path][:start].count(b"\n") + 1
-        self.mutants.append(Mutant(self.relative[path], operator, start, end, original, replacement, line))
+        self.mutants.append(Mutant(self.relative[path], operator, start, end, original, replacement, line,
+                                   header=header))
 
     @staticmethod
     def span(cursor):
@@ -241,6 +254,8 @@ class SiteFinder:
             self.delete(statement, path)
         for first, second in zip(statements, statements[1:]):
             self.swap(first, second, path)
+        for index, statement in enumerate(statements):
+            self.move(statements, index, path)
 
     def delete(self, statement, path):
         kind = statement.kind
@@ -295,6 +310,32 @@ class SiteFinder:
         between = self.text(path, first_end, second_start)
         self.add(first, "swap", start, end, second_text + between + first_text)
 
+    @staticmethod
+    def holds_call(statement):
+        return any(c.kind == K.CALL_EXPR for c in statement.walk_preorder())
+
+    def move(self, statements, index, path):
+        """The statement moved down past the next call beyond its neighbour:
+        after the first later statement that calls anything, at least two
+        statements on (the swap moves it past one)."""
+        later = statements[index + 2:]
+        target = next((n for n, s in enumerate(later, index + 2) if self.holds_call(s)), None)
+        if target is None:
+            return
+        moved, passed = statements[index], statements[index + 1:target + 1]
+        if any(s.kind in (K.RETURN_STMT, K.BREAK_STMT, K.CONTINUE_STMT, K.NULL_STMT) for s in passed):
+            return
+        if moved.kind == K.DECL_STMT:
+            declared = {c.spelling for c in moved.get_children() if c.kind == K.VAR_DECL}
+            if declared & {t.spelling for s in passed for t in s.get_tokens()}:
+                return
+        start = moved.extent.start.offset
+        moved_end = self.statement_end(path, moved)
+        passed_start = passed[0].extent.start.offset
+        end = self.statement_end(path, passed[-1])
+        self.add(moved, "move", start, end, self.text(path, passed_start, end) +
+                 self.text(path, moved_end, passed_start) + self.text(path, start, moved_end))
+
     def literal(self, cursor):
         path = self.file_of(cursor)
         for token in cursor.get_tokens():
@@ -319,8 +360,26 @@ class SiteFinder:
         elif name in SYSTEM_CALLS and cursor.referenced is not None and \
                 cursor.referenced.location.file is not None and \
                 cursor.referenced.location.file.name.startswith("/usr/include/"):
-            for argument in cursor.get_arguments():
+            arguments = list(cursor.get_arguments())
+            for position, argument in enumerate(arguments):
                 self.system_call_argument(argument, path)
+                self.flag_argument(name, position, argument, path)
+            if name == "kill" and len(arguments) == 2 and \
+                    re.fullmatch(r"(::)?getpid\(\s*\)", self.text(path, *self.span(arguments[0]))):
+                # The process's own signal raised instead: it then goes to
+                # the calling thread only, not to whichever thread takes it.
+                self.add(cursor, "raise", *self.span(cursor),
+                         "raise(" + self.text(path, *self.span(arguments[1])) + ")")
+
+    def flag_argument(self, name, position, argument, path):
+        start, end = self.span(argument)
+        if self.text(path, start, end) == "0" and (name, position) in ZERO_FLAGS:
+            self.add(argument, "flag", start, end, ZERO_FLAGS[(name, position)])
+            return
+        # By the text: a macro's use has no tokens of its own.
+        for word in re.finditer(r"\w+", self.text(path, start, end)):
+            for other in FLAGS.get(word.group(), ()):
+                self.add(argument, "flag", start + word.start(), start + word.end(), other)
 
     @staticmethod
     def stream_owned_here(stream):
@@ -358,6 +417,7 @@ class SiteFinder:
             return
         if self.stream_owned_here(stream):
             return
+        self.manipulators(stream, value, path)
         value_type = value.type.get_canonical()
         type_name = value_type.spelling
         if "basic_string<char" in type_name:
@@ -371,15 +431,27 @@ class SiteFinder:
             return
         self.add(cursor, "unformatted", start, end, "({0}).{1}".format(stream_text, write))
 
+    def manipulators(self, stream, value, path):
+        """A manipulator before a formatted insertion into a stream others
+        share: the insertion follows the state another module left, and the
+        state it leaves is theirs."""
+        start, end = self.span(value)
+        value_text = self.text(path, start, end)
+        for manipulator in ("std::dec", "std::hex"):
+            self.add(value, "manipulator", start, end, manipulator + " << " + value_text)
+        # Each formatted insertion leaves a width of 0: only the first one
+        # of a chain can meet a width.
+        if not (stream.kind == K.CALL_EXPR and stream.spelling == "operator<<"):
+            header = "" if b"#include <iomanip>" in self.wanted[path] else "#include <iomanip>\n"
+            self.add(value, "manipulator", start, end, "std::setw(0) << " + value_text, header=header)
+
     def system_call_argument(self, argument, path):
         start, end = self.span(argument)
         text = self.text(path, start, end)
         canonical = argument.type.get_canonical().kind
-        if re.fullmatch(r"\d+", text):
-            return  # the constants' own mutants change it already
-        if text in SYSTEM_CALL_SWAPS:
-            self.add(argument, "system-call", start, end, SYSTEM_CALL_SWAPS[text])
-        elif canonical in (ci.TypeKind.UINT, ci.TypeKind.ULONG, ci.TypeKind.ULONGLONG):
+        if re.fullmatch(r"\d+", text) or text in FLAGS:
+            return  # the constants' and the flags' own mutants change it already
+        if canonical in (ci.TypeKind.UINT, ci.TypeKind.ULONG, ci.TypeKind.ULONGLONG):
             self.add(argument, "system-call", start, end, "(" + text + ") - 1")
         elif canonical in (ci.TypeKind.INT, ci.TypeKind.LONG):
             self.add(argument, "system-call", start, end, "(" + text + ") + 1")

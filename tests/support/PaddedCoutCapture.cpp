@@ -2,14 +2,15 @@
 
 #include <iostream>
 
-PaddedCoutCapture::PaddedCoutCapture(std::streamsize width, char fill)
-    : m_width(width), m_previousFill(std::cout.fill(fill))
+PaddedCoutCapture::PaddedCoutCapture(std::streamsize width, char fill, std::ios::fmtflags flags)
+    : m_width(width), m_previousFill(std::cout.fill(fill)), m_previousFlags(std::cout.flags(flags))
 {
     std::cout.width(m_width);
 }
 
 PaddedCoutCapture::~PaddedCoutCapture()
 {
+    std::cout.flags(m_previousFlags);
     std::cout.fill(m_previousFill);
     std::cout.width(0);
 }
