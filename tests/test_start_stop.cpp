@@ -483,20 +483,18 @@ TEST_F(StopTest, MessagesTakeTheWidthOfStdCout)
 
 // The error number is std::cout's insertion of it, in the base another
 // module left on std::cout; that base stays as it was.
-TEST_F(StopTest, MessagesFollowAndKeepTheBaseOfStdCout)
+// The error number is decimal whatever base a module left std::cout in,
+// and std::cout keeps that base.
+TEST_F(StopTest, ErrorNumberIsDecimalAndStdCoutKeepsItsBase)
 {
-    std::ostringstream hexadecimal;
-    hexadecimal.flags(moduleHexadecimal);
-    hexadecimal << EADDRINUSE;
-    for (auto const& [flags, number] : {std::make_pair(moduleDecimal, std::to_string(EADDRINUSE)),
-                                        std::make_pair(moduleHexadecimal, hexadecimal.str())}) {
+    for (std::ios::fmtflags const flags : {moduleDecimal, moduleHexadecimal}) {
         ShutdownSocketPaths const fresh;
         PaddedCoutCapture capture(0, '.', flags);
         observer.stopCommand();
         EXPECT_EQ(std::cout.flags(), flags);
         observer.stopCommand();  // fails at bind: the first one's path is there
-        EXPECT_EQ(capture.text(), shutdownMessage + std::string("VELTA : cannot create debug socket (") + number +
-                                      "\n");
+        EXPECT_EQ(capture.text(), shutdownMessage + std::string("VELTA : cannot create debug socket (") +
+                                      std::to_string(EADDRINUSE) + "\n");
         EXPECT_EQ(std::cout.flags(), flags);
     }
 }

@@ -93,8 +93,11 @@ sockaddr_un keyAddress(char const* separator)
 
 void reportSocketFailure()
 {
-    // The missing closing parenthesis is the gateway's own message.
-    std::cout << "VELTA : cannot create debug socket (" << errno << std::endl;
+    // errno in decimal, whatever base a module left std::cout in, and read
+    // before anything is written. The missing closing parenthesis is the
+    // gateway's own message.
+    std::string const error = std::to_string(errno);
+    std::cout << "VELTA : cannot create debug socket (" << error << std::endl;
 }
 
 }  // namespace
