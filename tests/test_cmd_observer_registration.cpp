@@ -207,12 +207,13 @@ TEST_F(CmdObserverRegistration, ForeignExceptionFromTheSecondRegistrationRelease
     EXPECT_EQ(unregistrations[0].text, "DBG");
 }
 
-// Whatever the release throws, the caller sees the registration's failure.
-TEST_F(CmdObserverRegistration, ForeignExceptionFromTheCleanUpDoesNotReplaceTheRegistrationFailure)
+// Only a standard exception of the release is held back: one of no
+// standard type passes on, as a cancellation of the thread must.
+TEST_F(CmdObserverRegistration, NonStandardExceptionFromTheCleanUpPassesOn)
 {
     imc_standin::injectFault(Operation::Registration, Fault::RuntimeError, 1, 1);
     imc_standin::injectFault(Operation::Unregistration, Fault::ForeignException, 1);
-    EXPECT_THROW(DBG_CmdObserver observer(imc_standin::manager()), std::runtime_error);
+    EXPECT_THROW(DBG_CmdObserver observer(imc_standin::manager()), imc_standin::NonStandardFault);
     EXPECT_EQ(callsOf(Operation::Unregistration).size(), 1u);
 }
 

@@ -4,8 +4,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cxxabi.h>
-
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -105,30 +103,21 @@ void reportSocketFailure()
 DBG_CmdObserver::DBG_CmdObserver(IMC_Manager* manager) : pImcManager(manager)
 {
     pImcManager->registration(this, "DBG");
-    // Should "help" fail, the observer is not made: the manager must not
-    // keep it for "DBG".
-    std::exception_ptr failure;
     try {
         pImcManager->registration(this, "help");
-    } catch (abi::__forced_unwind&) {
-        // The thread is being cancelled: it must end.
-        pImcManager->unregistration(this, "DBG");
-        throw;
     } catch (...) {
-        failure = std::current_exception();
-    }
-    if (!failure)
-        return;
-    // Released outside the handler, where a cancellation of the thread can
-    // pass on; whatever else the release throws, the caller is to see why
-    // the registration failed.
-    try {
-        pImcManager->unregistration(this, "DBG");
-    } catch (abi::__forced_unwind&) {
+        // The observer is not made: the manager must not keep it for "DBG".
+        // Should that release fail too, the caller is still to see why the
+        // registration failed. Only standard exceptions are held back: a
+        // cancellation of the thread cannot be caught inside this handler
+        // (the runtime would terminate), so it passes on, and so does
+        // anything else of no standard type.
+        try {
+            pImcManager->unregistration(this, "DBG");
+        } catch (std::exception const&) {
+        }
         throw;
-    } catch (...) {
     }
-    std::rethrow_exception(failure);
 }
 
 namespace {
