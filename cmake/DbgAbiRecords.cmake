@@ -58,7 +58,10 @@ elseif(NOT dbg_abi_sanitized)
     ${dbg_abi_versions} -DAT_MOST=ON)
 endif()
 
-if(CMAKE_BUILD_TYPE STREQUAL "Debug" AND NOT dbg_abi_sanitized)
+# The baselines are g++'s, the compiler the packages are built with: clang
+# describes the same interface in other debugging information (its
+# destructors, for one), which abidiff would report as a change.
+if(CMAKE_BUILD_TYPE STREQUAL "Debug" AND NOT dbg_abi_sanitized AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   find_program(DBG_ABIDW abidw REQUIRED)
   find_program(DBG_ABIDIFF abidiff REQUIRED)
   dbg_abi_record(AbiBaseline.AbidiffFindsNoChange CheckAbiBaseline.cmake UPDATABLE
