@@ -9,6 +9,10 @@
 
 #include "DBG_Output.h"
 
+namespace dbg_output {
+class ImcTrace;
+}
+
 class DBG_EXPORT DBG_OutputImc : public DBG_Output {
 public:
     DBG_OutputImc();
@@ -32,6 +36,7 @@ public:
     virtual void flush(bool isError, std::string origin, int line);
 
 private:
+    friend class dbg_output::ImcTrace;  // takes a finished trace out of the buffer
     std::ostringstream m_buffer;
 };
 

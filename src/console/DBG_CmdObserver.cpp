@@ -16,6 +16,7 @@
 #include "DBG_OutManager.h"
 #include "DBG_Output.h"
 #include "DBG_Version.h"
+#include "DBG_WholeTrace.h"
 
 namespace {
 
@@ -53,10 +54,7 @@ std::string selectOutput(std::string const& line)
         outManager->setImcOutput();
     else if (file != std::string::npos)
         outManager->setFileOutput(line.substr(file + 5));
-    // Copy-initialised: the sink's display-name conversion, which clang
-    // does not take for std::string's constructors in C++11.
-    std::string const sinkName = *DBG_OutManager::instance()->pOutput;
-    return "Debug Output set to " + sinkName + "\n";
+    return "Debug Output set to " + dbg_output::outputName(*DBG_OutManager::instance()) + "\n";
 }
 
 std::string versionAnswer()

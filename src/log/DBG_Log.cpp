@@ -6,6 +6,7 @@
 
 #include "DBG_ImcAccess.h"
 #include "DBG_OutManager.h"
+#include "DBG_WholeTrace.h"
 
 namespace {
 
@@ -32,13 +33,15 @@ std::string escapePercent(std::string const& text, char const* sign)
     return escaped;
 }
 
-// Most texts hold no "%": they go in as they are, without a copy.
-DBG_OutManager& insertEscaped(DBG_OutManager& out, std::string const& text)
+// The text as the sink gets it: most texts hold no "%" and go in as they
+// are, without a copy; otherwise escaped into `storage`.
+std::string const& escaped(std::string const& text, std::string& storage)
 {
     char const* const sign = static_cast<char const*>(std::memchr(text.data(), '%', text.size()));
     if (!sign)
-        return out << text;
-    return out << escapePercent(text, sign);
+        return text;
+    storage = escapePercent(text, sign);
+    return storage;
 }
 
 }  // namespace
@@ -57,8 +60,8 @@ DBG_Log::~DBG_Log() = default;
 
 void DBG_Log::trace(std::string const& text, std::string const& origin, int line) const
 {
-    insertEscaped(*m_out, text);
-    m_out->flush(false, origin, line);
+    std::string storage;
+    dbg_output::writeTrace(*m_out, {&escaped(text, storage)}, false, origin, line);
 }
 
 void DBG_Log::error(std::string const& text, std::string const& detail,
@@ -68,8 +71,8 @@ void DBG_Log::error(std::string const& text, std::string const& detail,
     // from its static destructors at exit.
     static std::string const& open = *new std::string("(");
     static std::string const& close = *new std::string(")");
-    insertEscaped(*m_out, text) << open << detail << close;
-    m_out->flush(true, origin, line);
+    std::string storage;
+    dbg_output::writeTrace(*m_out, {&escaped(text, storage), &open, &detail, &close}, true, origin, line);
 }
 
 std::string DBG_Log::date() const

@@ -1,40 +1,107 @@
 #include "DBG_OutManager.h"
 
+#include <mutex>
+#include <new>
 #include <stdexcept>
+#include <typeinfo>
 
 #include "DBG_CmdObserver.h"
+#include "DBG_ImcAccess.h"
+#include "DBG_ImcTrace.h"
 #include "DBG_Output.h"
 #include "DBG_OutputFile.h"
 #include "DBG_OutputImc.h"
-#include "DBG_ImcAccess.h"
+#include "DBG_WholeTrace.h"
 
 DBG_OutManager* DBG_OutManager::pOutManager = nullptr;
 
 namespace {
 
+// The one lock: it serialises the manager's sinks (every insertion, flush,
+// switch and name read) and guards pOutManager. The IMC manager is never
+// called while it is held. Constant-initialised and trivially destroyed,
+// so a module may still trace from its static destructors.
+std::mutex outputLock;
+
+// Counts switches and IMC traces taken, under the lock: a failed hand-over
+// puts its text back only if neither happened meanwhile.
+unsigned long outputEvents = 0;
+
 // The console sink left in place when a new sink cannot be built, not even
-// a console: it needs no allocation, has no state and is never deleted.
-DBG_Output lastResortConsole;
+// a console: built on first use in storage of its own (no allocation) and
+// never destroyed, so it outlives every module's static destructors.
+DBG_Output& lastResortConsole()
+{
+    alignas(DBG_Output) static unsigned char storage[sizeof(DBG_Output)];
+    static DBG_Output* const console = new (storage) DBG_Output;
+    return *console;
+}
 
 void destroySink(DBG_Output* sink)
 {
-    if (sink != &lastResortConsole)
+    if (sink != &lastResortConsole())
         delete sink;
+}
+
+// Ends the trace on the current sink, the lock held. An IMC sink's trace
+// is taken out under the lock and handed to the IMC manager with the lock
+// released: the IMC manager may deliver a command that switches the
+// output, on this thread or on one that waits for the lock.
+void endTrace(std::unique_lock<std::mutex>& lock, DBG_OutManager& manager, bool isError,
+              std::string origin, int line)
+{
+    DBG_Output* const sink = manager.pOutput;
+    if (typeid(*sink) != typeid(DBG_OutputImc)) {
+        sink->flush(isError, std::move(origin), line);
+        return;
+    }
+    DBG_OutputImc& imcSink = static_cast<DBG_OutputImc&>(*sink);
+    dbg_output::ImcTrace trace(imcSink);
+    unsigned long const taken = ++outputEvents;
+    lock.unlock();
+    try {
+        trace.handOver(isError, origin, line);
+    } catch (...) {
+        lock.lock();
+        if (outputEvents == taken && trace.untouched(imcSink))
+            trace.putBack(imcSink);
+        throw;
+    }
 }
 
 }  // namespace
 
+// Built with the lock released: building registers the DBG commands with
+// the IMC manager. Should two threads build at once, the first manager
+// stored is everybody's, and the other is destroyed at once.
 DBG_OutManager* DBG_OutManager::instance()
 {
-    if (!pOutManager)
-        pOutManager = new DBG_OutManager;
-    return pOutManager;
+    std::unique_lock<std::mutex> lock(outputLock);
+    DBG_OutManager* built = nullptr;
+    if (!pOutManager) {
+        lock.unlock();
+        built = new DBG_OutManager;
+        lock.lock();
+        if (!pOutManager) {
+            pOutManager = built;
+            built = nullptr;
+        }
+    }
+    DBG_OutManager* const manager = pOutManager;
+    lock.unlock();
+    delete built;
+    return manager;
 }
 
+// Destroyed with the lock released (unregistering calls the IMC manager):
+// the host calls this once its threads have stopped.
 void DBG_OutManager::desinstance()
 {
-    delete pOutManager;
+    std::unique_lock<std::mutex> lock(outputLock);
+    DBG_OutManager* const manager = pOutManager;
     pOutManager = nullptr;
+    lock.unlock();
+    delete manager;
 }
 
 DBG_OutManager::DBG_OutManager() : pOutput(new DBG_Output), pCmdObserver(nullptr)
@@ -63,8 +130,10 @@ DBG_OutManager::~DBG_OutManager()
 template <typename MakeSink>
 void DBG_OutManager::replaceOutput(MakeSink makeSink)
 {
+    std::lock_guard<std::mutex> const guard(outputLock);
+    ++outputEvents;
     destroySink(pOutput);
-    pOutput = &lastResortConsole;
+    pOutput = &lastResortConsole();
     pOutput = makeSink();
 }
 
@@ -85,23 +154,46 @@ void DBG_OutManager::setImcOutput()
 
 DBG_OutManager& DBG_OutManager::operator<<(std::string const& text)
 {
+    std::lock_guard<std::mutex> const guard(outputLock);
     *pOutput << text;
     return *this;
 }
 
 DBG_OutManager& DBG_OutManager::operator<<(int number)
 {
+    std::lock_guard<std::mutex> const guard(outputLock);
     *pOutput << number;
     return *this;
 }
 
 DBG_OutManager& DBG_OutManager::operator<<(unsigned char character)
 {
+    std::lock_guard<std::mutex> const guard(outputLock);
     *pOutput << character;
     return *this;
 }
 
 void DBG_OutManager::flush(bool isError, std::string origin, int line)
 {
-    pOutput->flush(isError, std::move(origin), line);
+    std::unique_lock<std::mutex> lock(outputLock);
+    endTrace(lock, *this, isError, std::move(origin), line);
 }
+
+namespace dbg_output {
+
+void writeTrace(DBG_OutManager& manager, std::initializer_list<std::string const*> texts,
+                bool isError, std::string const& origin, int line)
+{
+    std::unique_lock<std::mutex> lock(outputLock);
+    for (std::string const* text : texts)
+        *manager.pOutput << *text;
+    endTrace(lock, manager, isError, origin, line);
+}
+
+std::string outputName(DBG_OutManager const& manager)
+{
+    std::lock_guard<std::mutex> const guard(outputLock);
+    return *manager.pOutput;
+}
+
+}  // namespace dbg_output

@@ -2,7 +2,7 @@
 
 #include <locale>
 
-#include "DBG_ImcAccess.h"
+#include "DBG_ImcTrace.h"
 
 // Numbers go out in plain decimal, whatever locale a module made global.
 DBG_OutputImc::DBG_OutputImc() : m_buffer(std::ios::out)
@@ -38,17 +38,11 @@ DBG_Output& DBG_OutputImc::operator<<(unsigned char character)
 
 void DBG_OutputImc::flush(bool isError, std::string origin, int line)
 {
-    // Asked anew at every flush: if there is no manager, the text stays
-    // buffered and goes out with the next successful flush.
-    IMC_Manager& manager = requireImcManager(imcLibraryModule);
-    // The buffer is rewound, not emptied: the NUL marks where this trace
-    // ends within what earlier, longer traces left behind it.
-    m_buffer << '\0';
-    std::string const text = m_buffer.str();
-    if (isError)
-        manager.error(text, origin, line);
-    else
-        manager.trace(text, origin, line);
-    m_buffer.clear();
-    m_buffer.seekp(0);
+    dbg_output::ImcTrace trace(*this);
+    try {
+        trace.handOver(isError, origin, line);
+    } catch (...) {
+        trace.putBack(*this);
+        throw;
+    }
 }
