@@ -186,15 +186,28 @@ TEST_F(CmdObserverRegistration, OtherExceptionFromRegistrationPassesThrough)
     EXPECT_EQ(callsOf(Operation::Registration).size(), 1u);
 }
 
-// The release of "DBG" after a failed registration fails too: the caller
-// still sees the registration's own exception.
-TEST_F(CmdObserverRegistration, FailingCleanUpDoesNotReplaceTheRegistrationFailure)
+// The release of "DBG" after a failed registration fails too, with any
+// standard exception: the caller still sees the registration's own.
+class CmdObserverCleanUp : public CmdObserverRegistration, public ::testing::WithParamInterface<Fault> {};
+
+TEST_P(CmdObserverCleanUp, FailingCleanUpDoesNotReplaceTheRegistrationFailure)
 {
-    imc_standin::injectFault(Operation::Registration, Fault::OtherException, 1, 1);
-    imc_standin::injectFault(Operation::Unregistration, Fault::RuntimeError, 1);
-    EXPECT_THROW(DBG_CmdObserver observer(imc_standin::manager()), std::logic_error);
+    imc_standin::injectFault(Operation::Registration, Fault::ForeignException, 1, 1);
+    imc_standin::injectFault(Operation::Unregistration, GetParam(), 1);
+    EXPECT_THROW(DBG_CmdObserver observer(imc_standin::manager()), imc_standin::NonStandardFault);
     EXPECT_EQ(callsOf(Operation::Unregistration).size(), 1u);
 }
+
+std::string standardKindName(::testing::TestParamInfo<Fault> const& info)
+{
+    return info.param == Fault::RuntimeError ? "RuntimeError"
+           : info.param == Fault::OtherException ? "LogicError"
+                                                  : "BadAlloc";
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryStandardKind, CmdObserverCleanUp,
+                         ::testing::Values(Fault::RuntimeError, Fault::OtherException, Fault::BadAlloc),
+                         standardKindName);
 
 // Whatever the second registration throws, standard exception or not, the
 // first key is released before it passes on.

@@ -362,3 +362,81 @@ TEST_F(OutManagerTest, DesinstanceClearsTheInstance)
     DBG_OutManager::instance();
     EXPECT_EQ(callsOf(Operation::Instance).size(), 1u);
 }
+
+// The IMC manager is handed a trace with the output's lock released. When
+// the hand-over fails, the text goes back into the sink as an unsent flush
+// leaves it: without its NUL when there was no manager...
+TEST_F(OutManagerTest, TextOfAHandOverWithoutImcManagerGoesOutWithTheNextTrace)
+{
+    DBG_OutManager* manager = DBG_OutManager::instance();
+    manager->setImcOutput();
+    imc_standin::injectFault(Operation::Instance, Fault::RuntimeError, 1);
+    *manager << std::string("ab");
+    EXPECT_THROW(manager->flush(false, "o", 1), std::runtime_error);
+    imc_standin::clearCalls();
+    *manager << std::string("cd");
+    manager->flush(false, "o", 2);
+    EXPECT_EQ(textsOf(Operation::Trace), (std::vector<std::string>{"abcd" + NUL}));
+}
+
+// ...and with it when the manager's trace failed.
+TEST_F(OutManagerTest, TextOfAFailedImcTraceGoesOutWithTheNextTraceBehindItsNul)
+{
+    DBG_OutManager* manager = DBG_OutManager::instance();
+    manager->setImcOutput();
+    imc_standin::injectFault(Operation::Error, Fault::RuntimeError, 1);
+    *manager << std::string("ab");
+    EXPECT_THROW(manager->flush(true, "o", 1), std::runtime_error);
+    imc_standin::clearCalls();
+    *manager << std::string("cd");
+    manager->flush(false, "o", 2);
+    EXPECT_EQ(textsOf(Operation::Trace), (std::vector<std::string>{"ab" + NUL + "cd" + NUL}));
+}
+
+// Text that reached the sink while the failing trace was with the IMC
+// manager stays where it is: the failed text is not put back under it.
+TEST_F(OutManagerTest, AFailedHandOverPutsNothingBackUnderTextInsertedMeanwhile)
+{
+    DBG_OutManager* manager = DBG_OutManager::instance();
+    manager->setImcOutput();
+    imc_standin::react(Operation::Trace, [manager] { *manager << std::string("zz"); });
+    imc_standin::injectFault(Operation::Trace, Fault::RuntimeError, 1);
+    *manager << std::string("ab");
+    EXPECT_THROW(manager->flush(false, "o", 1), std::runtime_error);
+    imc_standin::react(Operation::Trace, nullptr);
+    imc_standin::clearCalls();
+    *manager << std::string("cd");
+    manager->flush(false, "o", 2);
+    EXPECT_EQ(textsOf(Operation::Trace), (std::vector<std::string>{"zzcd" + NUL}));
+}
+
+// Nor into a sink that replaced it meanwhile, nor after another trace was
+// taken out of the same sink.
+TEST_F(OutManagerTest, AFailedHandOverPutsNothingBackAfterASwitchOrAnotherTrace)
+{
+    DBG_OutManager* manager = DBG_OutManager::instance();
+    manager->setImcOutput();
+    imc_standin::react(Operation::Trace, [manager] { manager->setImcOutput(); });
+    imc_standin::injectFault(Operation::Trace, Fault::RuntimeError, 1);
+    *manager << std::string("ab");
+    EXPECT_THROW(manager->flush(false, "o", 1), std::runtime_error);
+    // The IMC manager's trace of "ef" takes another trace out of the sink
+    // (an empty one, at the start of the buffer), then fails.
+    bool nested = false;
+    imc_standin::react(Operation::Trace, [manager, &nested] {
+        if (!nested) {
+            nested = true;
+            manager->flush(false, "o", 3);
+        }
+    });
+    imc_standin::injectFault(Operation::Trace, Fault::RuntimeError, 1, 1);
+    *manager << std::string("ef");
+    imc_standin::clearCalls();
+    EXPECT_THROW(manager->flush(false, "o", 4), std::runtime_error);
+    imc_standin::react(Operation::Trace, nullptr);
+    EXPECT_EQ(textsOf(Operation::Trace), (std::vector<std::string>{"ef" + NUL, NUL + "f" + NUL}));
+    imc_standin::clearCalls();
+    *manager << std::string("cd");
+    manager->flush(false, "o", 2);
+    EXPECT_EQ(textsOf(Operation::Trace), (std::vector<std::string>{"cd" + NUL}));
+}

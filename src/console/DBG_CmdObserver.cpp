@@ -106,10 +106,11 @@ DBG_CmdObserver::DBG_CmdObserver(IMC_Manager* manager) : pImcManager(manager)
     } catch (...) {
         // The observer is not made: the manager must not keep it for "DBG".
         // Should that release fail too, the caller is still to see why the
-        // registration failed. Only standard exceptions are held back: a
-        // cancellation of the thread cannot be caught inside this handler
-        // (the runtime would terminate), so it passes on, and so does
-        // anything else of no standard type.
+        // registration failed. Any standard exception of the release is held
+        // back (a runtime_error, a logic_error, a bad_alloc...), and only a
+        // standard one: a cancellation of the thread cannot be caught inside
+        // this handler (the runtime would terminate), so it passes on, and
+        // so does anything else of no standard type.
         try {
             pImcManager->unregistration(this, "DBG");
         } catch (std::exception const&) {

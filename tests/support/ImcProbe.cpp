@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <map>
+#include <mutex>
+#include <new>
 #include <stdexcept>
 
 #include "IMC_Probe.h"
@@ -70,7 +72,11 @@ public:
         raiseDueFault(Operation::CoreDumpExit);
     }
 
+    // Guards the faults, the reactions and the record: the library calls
+    // the manager from many threads.
+    std::mutex lock;
     std::map<Operation, InjectedFault> faults;
+    std::map<Operation, std::function<void()>> reactions;
     bool recording = false;
     std::vector<Call> calls;
     std::atomic<int> blocked{0};
@@ -80,8 +86,22 @@ private:
                 std::string const& origin = std::string(), int number = 0,
                 IMC_CommandObserver const* observer = nullptr, imc_msg const* msg = nullptr)
     {
-        if (!recording)
-            return;
+        std::function<void()> reaction;
+        {
+            std::lock_guard<std::mutex> const guard(lock);
+            auto const found = reactions.find(operation);
+            if (found != reactions.end())
+                reaction = found->second;
+            if (recording)
+                calls.push_back(makeCall(operation, text, origin, number, observer, msg));
+        }
+        if (reaction)
+            reaction();
+    }
+
+    static Call makeCall(Operation operation, std::string const& text, std::string const& origin, int number,
+                         IMC_CommandObserver const* observer, imc_msg const* msg)
+    {
         Call call;
         call.operation = operation;
         call.text = text;
@@ -92,12 +112,13 @@ private:
             auto const* bytes = reinterpret_cast<unsigned char const*>(msg);
             call.record.assign(bytes, bytes + sizeof *msg);
         }
-        calls.push_back(std::move(call));
+        return call;
     }
 
     // The fault now due for an operation, counting it down.
     Fault dueFault(Operation operation)
     {
+        std::lock_guard<std::mutex> const guard(lock);
         auto found = faults.find(operation);
         if (found == faults.end() || found->second.remaining == 0)
             return Fault::None;
@@ -121,6 +142,8 @@ private:
             throw std::logic_error("injected fault");
         case Fault::ForeignException:
             throw NonStandardFault();
+        case Fault::BadAlloc:
+            throw std::bad_alloc();
         case Fault::BlockUntilCancelled:
             // pthread_testcancel rather than a blocking call: qemu-user
             // cannot unwind a cancellation out of a system call on PowerPC.
@@ -148,12 +171,24 @@ RecordingProbe& probe()
 
 void injectFault(Operation operation, Fault fault, int times, int skip)
 {
+    std::lock_guard<std::mutex> const guard(probe().lock);
     probe().faults[operation] = InjectedFault{fault, times, skip};
 }
 
 void clearFaults()
 {
+    std::lock_guard<std::mutex> const guard(probe().lock);
     probe().faults.clear();
+    probe().reactions.clear();
+}
+
+void react(Operation operation, std::function<void()> action)
+{
+    std::lock_guard<std::mutex> const guard(probe().lock);
+    if (action)
+        probe().reactions[operation] = std::move(action);
+    else
+        probe().reactions.erase(operation);
 }
 
 int blockedCalls()
@@ -163,6 +198,7 @@ int blockedCalls()
 
 void setRecording(bool on)
 {
+    std::lock_guard<std::mutex> const guard(probe().lock);
     probe().recording = on;
 }
 
@@ -173,6 +209,7 @@ std::vector<Call> const& calls()
 
 void clearCalls()
 {
+    std::lock_guard<std::mutex> const guard(probe().lock);
     probe().calls.clear();
 }
 

@@ -6,6 +6,7 @@
 #ifndef DBG_IMC_PROBE_H
 #define DBG_IMC_PROBE_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,7 @@ enum class Fault {
     OtherException,  // throws std::logic_error("injected fault")
     ForeignException,  // throws a NonStandardFault: the maker's manager may throw
                        // what it likes, not only std::exception's kin
+    BadAlloc,        // throws std::bad_alloc
     NullInstance,    // instance() returns null (Operation::Instance only)
     BlockUntilCancelled  // the call waits, testing for cancellation, until its
                          // thread is cancelled
@@ -53,10 +55,17 @@ struct Call {
 // stays until cleared, or for `times` calls when given. A call is recorded
 // before its fault is raised.
 void injectFault(Operation operation, Fault fault, int times = -1, int skip = 0);
+// Clears the faults and the reactions (react()).
 void clearFaults();
 // How many calls have entered Fault::BlockUntilCancelled so far; read from
 // any thread.
 int blockedCalls();
+// Runs `action` in each later call of the operation, after the call is
+// recorded and before its fault is raised, on the calling thread; an empty
+// action removes it. The probe holds no lock while it runs, so it may call
+// the manager or the library.
+void react(Operation operation, std::function<void()> action);
+
 // Off at first: nothing is copied until a test asks for the record.
 void setRecording(bool on);
 std::vector<Call> const& calls();

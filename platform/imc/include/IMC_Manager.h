@@ -31,6 +31,11 @@
 //     (abort).
 // - It keeps no record of the calls made on it and raises no fault of its
 //   own: each operation does the above and nothing more.
+// - Every operation may be called from any thread, as a maker's manager
+//   that delivers commands on threads of its own must allow; no lock of it
+//   is held while an observer or a handler runs, so they may call it again.
+//   Starting and stopping the manager are the host's, before its threads
+//   start and after they end.
 #ifndef IMC_MANAGER_H
 #define IMC_MANAGER_H
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <map>
+#include <mutex>
 #include <stdexcept>
 #include <vector>
 
@@ -28,7 +29,12 @@ struct IMC_Routing {
 
 namespace {
 
+// One lock over the routing table, the handlers, the console flag and the
+// trace destination: a maker's manager delivers commands on threads of its
+// own. It is never held while an observer or a handler runs, so either may
+// call the manager again, on this thread or another.
 struct StandIn {
+    std::mutex lock;
     IMC_Manager* manager = nullptr;
     std::ostream* traceStream = &std::cout;
     std::function<void(imc_msg const&)> postHandler;
@@ -55,9 +61,16 @@ std::string keyOf(std::string const& line)
 
 void writeTrace(char const* kind, std::string const& text, std::string const& origin, int line)
 {
+    std::lock_guard<std::mutex> const guard(standIn().lock);
     std::ostream* stream = standIn().traceStream;
     if (stream)
         *stream << "IMC " << kind << ' ' << origin << ':' << line << ' ' << text.c_str() << '\n';
+}
+
+void clearConsoleFlag(IMC_Manager& manager)
+{
+    std::lock_guard<std::mutex> const guard(standIn().lock);
+    manager.consoleFlag = 0;
 }
 
 }  // namespace
@@ -79,6 +92,7 @@ void IMC_Manager::registration(IMC_CommandObserver* observer, std::string const&
 {
     if (probe)
         probe->registration(observer, key);
+    std::lock_guard<std::mutex> const guard(standIn().lock);
     routing->observers[key].push_back(observer);
 }
 
@@ -86,6 +100,7 @@ void IMC_Manager::unregistration(IMC_CommandObserver* observer, std::string cons
 {
     if (probe)
         probe->unregistration(observer, key);
+    std::lock_guard<std::mutex> const guard(standIn().lock);
     // The table keeps registered keys only: a key whose last observer
     // leaves goes with it, and an unknown one is not added.
     auto const found = routing->observers.find(key);
@@ -109,29 +124,39 @@ void IMC_Manager::receiveCommand(int source, std::string const& line)
     std::string const key = keyOf(line);
     // Looked up, never added: unknown words typed by the thousand must not
     // grow the table. A copy: an observer may unregister while it runs.
-    auto const found = routing->observers.find(key);
-    std::vector<IMC_CommandObserver*> const receivers =
-        found == routing->observers.end() ? std::vector<IMC_CommandObserver*>() : found->second;
+    std::vector<IMC_CommandObserver*> receivers;
+    {
+        std::lock_guard<std::mutex> const guard(standIn().lock);
+        auto const found = routing->observers.find(key);
+        if (found != routing->observers.end())
+            receivers = found->second;
+    }
     try {
         if (receivers.empty() && !key.empty())
             answerCommand("Unknown command " + key.substr(0, imc_standin::unknownKeyQuoteLimit) + "\n");
         for (IMC_CommandObserver* observer : receivers)
             observer->command(line, source);
     } catch (...) {
-        consoleFlag = 0;
+        clearConsoleFlag(*this);
         throw;
     }
-    consoleFlag = 0;
+    clearConsoleFlag(*this);
 }
 
 void IMC_Manager::answerCommand(std::string const& answer)
 {
     if (probe)
         probe->answerCommand(answer);
-    if (consoleFlag || !standIn().answerHandler)
-        std::cout << answer << std::flush;
+    std::function<void(std::string const&)> handler;
+    {
+        std::lock_guard<std::mutex> const guard(standIn().lock);
+        if (!consoleFlag)
+            handler = standIn().answerHandler;
+    }
+    if (handler)
+        handler(answer);
     else
-        standIn().answerHandler(answer);
+        std::cout << answer << std::flush;
 }
 
 void IMC_Manager::trace(std::string const& text, std::string const& origin, int line) const
@@ -152,8 +177,13 @@ void IMC_Manager::post(imc_msg& msg)
 {
     if (probe)
         probe->post(msg);
-    if (standIn().postHandler)
-        standIn().postHandler(msg);
+    std::function<void(imc_msg const&)> handler;
+    {
+        std::lock_guard<std::mutex> const guard(standIn().lock);
+        handler = standIn().postHandler;
+    }
+    if (handler)
+        handler(msg);
 }
 
 void IMC_Manager::coreDumpExit(ExitCause cause)
@@ -193,21 +223,25 @@ IMC_Manager* manager()
 
 void setTraceStream(std::ostream* stream)
 {
+    std::lock_guard<std::mutex> const guard(standIn().lock);
     standIn().traceStream = stream;
 }
 
 void setPostHandler(std::function<void(imc_msg const&)> handler)
 {
+    std::lock_guard<std::mutex> const guard(standIn().lock);
     standIn().postHandler = std::move(handler);
 }
 
 void setAnswerHandler(std::function<void(std::string const&)> handler)
 {
+    std::lock_guard<std::mutex> const guard(standIn().lock);
     standIn().answerHandler = std::move(handler);
 }
 
 std::function<void(std::string const&)> answerHandler()
 {
+    std::lock_guard<std::mutex> const guard(standIn().lock);
     return standIn().answerHandler;
 }
 

@@ -1,0 +1,405 @@
+// Many threads on the one output: traces from several threads while the
+// operator switches the output between files, the console and the IMC
+// manager; every trace arrives exactly once and whole. And the IMC manager
+// is never called with the output's lock held: a manager that delivers a
+// command from inside its own trace, or on another thread while a trace is
+// handed to it, or that takes a lock of its own for both, does not hang.
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <future>
+#include <map>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "DBG_Log.h"
+#include "DBG_OutManager.h"
+#include "DBG_Output.h"
+#include "TestSupport.h"
+
+namespace {
+
+using imc_standin::Operation;
+using namespace std::chrono_literals;
+
+constexpr int tracingThreads = 4;
+
+// Fewer traces where every instruction is emulated or instrumented.
+int tracesPerThread()
+{
+    return std::getenv("DBG_TEST_EMULATOR") ? 2000 : 20000;
+}
+
+// Runs `scenario` on a thread of its own. Should it not end in time, the
+// library hangs: the program says so and ends at once, failed, instead of
+// hanging its test run.
+void finishesWithin(std::chrono::seconds limit, char const* what, std::function<void()> scenario)
+{
+    std::packaged_task<void()> task(std::move(scenario));
+    std::future<void> done = task.get_future();
+    std::thread runner(std::move(task));
+    if (done.wait_for(limit) != std::future_status::ready) {
+        std::fprintf(stderr, "deadlock: %s did not end within %lld s\n", what,
+                     static_cast<long long>(limit.count()));
+        std::fflush(stderr);
+        std::_Exit(1);
+    }
+    runner.join();
+    done.get();
+}
+
+// Trace n of thread t: "<T t n xx…100%>" and a line feed, its length
+// varying (the IMC sink keeps the tails of longer traces behind shorter
+// ones); every third an error, "<E t n xx…>(why)". A sink receives the
+// trace's "%" doubled.
+std::string traceText(int thread, int n)
+{
+    return "<T " + std::to_string(thread) + " " + std::to_string(n) + " " + std::string(std::size_t(n % 7), 'x') +
+           "100%>\n";
+}
+
+std::string errorText(int thread, int n)
+{
+    return "<E " + std::to_string(thread) + " " + std::to_string(n) + " " + std::string(std::size_t(n % 5), 'x') + ">";
+}
+
+std::string escapedTraceText(int thread, int n)
+{
+    std::string text = traceText(thread, n);
+    text.insert(text.find('%'), "%");
+    return text;
+}
+
+bool isError(int n)
+{
+    return n % 3 == 0;
+}
+
+void traceAll(int thread, std::atomic<int>* traced)
+{
+    DBG_Log const log;
+    for (int n = 0; n < tracesPerThread(); ++n) {
+        if (isError(n))
+            log.error(errorText(thread, n), "why", "o", thread);
+        else
+            log.trace(traceText(thread, n), "o", thread);
+        ++*traced;
+    }
+}
+
+// Every (thread, number) found, and what could not be read as a whole
+// trace.
+struct Arrivals {
+    std::map<std::pair<int, int>, int> counts;
+    std::vector<std::string> garbage;
+};
+
+// Reads `text` as whole traces one after another, as the sinks must have
+// written them; anything else is garbage, reported with where it stands.
+void readTraces(std::string const& where, std::string const& text, Arrivals* arrivals)
+{
+    std::size_t at = 0;
+    while (at < text.size()) {
+        int thread = -1;
+        int n = -1;
+        char kind = 0;
+        std::size_t const close = text.find('>', at);
+        if (close != std::string::npos && text[at] == '<' &&
+            std::sscanf(text.c_str() + at, "<%c %d %d ", &kind, &thread, &n) == 3) {
+            std::string const wanted = kind == 'T' ? escapedTraceText(thread, n) : errorText(thread, n) + "(why)";
+            if (text.compare(at, wanted.size(), wanted) == 0 && (kind == 'T') != isError(n)) {
+                ++arrivals->counts[{thread, n}];
+                at += wanted.size();
+                continue;
+            }
+        }
+        arrivals->garbage.push_back(where + " at " + std::to_string(at) + ": " +
+                                    quoted(text.substr(at, 60)));
+        return;
+    }
+}
+
+// The IMC stand-in writes each trace as "IMC trace o:<thread> <text>\n"
+// (errors "IMC ERROR"), the text read up to its NUL.
+std::string imcTraceTexts(std::string const& stream, std::vector<std::string>* garbage)
+{
+    std::string texts;
+    std::size_t at = 0;
+    while (at < stream.size()) {
+        int thread = -1;
+        char kind[8] = {};
+        int consumed = 0;
+        if (std::sscanf(stream.c_str() + at, "IMC %5s o:%d %n", kind, &thread, &consumed) != 2 || consumed == 0) {
+            garbage->push_back("IMC stream at " + std::to_string(at) + ": " + quoted(stream.substr(at, 60)));
+            break;
+        }
+        at += std::size_t(consumed);
+        bool const trace = std::string(kind) == "trace";
+        // A trace's text ends in its own line feed, an error's in ")".
+        std::size_t const end = stream.find(trace ? "\n\n" : ")\n", at);
+        if (end == std::string::npos) {
+            garbage->push_back("IMC stream at " + std::to_string(at) + ": unended");
+            break;
+        }
+        texts += stream.substr(at, end + 1 - at);
+        at = end + 2;
+    }
+    return texts;
+}
+
+class ThreadsTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        imc_standin::setRecording(false);
+        imc_standin::setTraceStream(&imcStream);
+        imc_standin::setAnswerHandler([this](std::string const& answer) {
+            std::lock_guard<std::mutex> const guard(answersLock);
+            answers.push_back(answer);
+        });
+        manager = DBG_OutManager::instance();
+    }
+    void TearDown() override
+    {
+        imc_standin::setAnswerHandler(nullptr);
+    }
+
+    // A command as the IMC manager delivers it, from any thread.
+    void command(std::string const& line) { imc_standin::manager()->receiveCommand(1, line); }
+
+    std::unique_ptr<ScratchDir> scratch = plainScratchDir();
+    std::ostringstream imcStream;
+    std::mutex answersLock;
+    std::vector<std::string> answers;
+    ImcSession session;
+    DBG_OutManager* manager = nullptr;
+};
+
+}  // namespace
+
+TEST_F(ThreadsTest, TracesFromFourThreadsWhileTheOutputSwitchesArriveOnceAndWhole)
+{
+    std::string console;
+    int switches = 0;
+    std::vector<std::string> files;
+    std::vector<std::string> expectedAnswers;
+    {
+        CoutCapture capture;
+        std::atomic<int> traced{0};
+        std::vector<std::thread> tracers;
+        for (int t = 0; t < tracingThreads; ++t)
+            tracers.emplace_back(traceAll, t, &traced);
+        int const total = tracingThreads * tracesPerThread();
+        // The operator's switches, each once some traces went to the sink
+        // before it: files (a new name each time), the console, the IMC
+        // manager, in turn.
+        while (traced < total) {
+            std::string line;
+            switch (switches % 3) {
+            case 0:
+                files.push_back(scratch->file("trace" + std::to_string(switches)));
+                line = "DBG out file " + files.back();
+                expectedAnswers.push_back("Debug Output set to file " + files.back() + "\n");
+                break;
+            case 1:
+                line = "DBG out std";
+                expectedAnswers.push_back("Debug Output set to console\n");
+                break;
+            default:
+                line = "DBG out imc";
+                expectedAnswers.push_back("Debug Output set to IMC\n");
+            }
+            command(line);
+            ++switches;
+            int const before = traced;
+            for (auto const deadline = std::chrono::steady_clock::now() + 2s;
+                 traced < std::min(total, before + 40) && std::chrono::steady_clock::now() < deadline;)
+                std::this_thread::yield();
+        }
+        for (std::thread& tracer : tracers)
+            tracer.join();
+        command("DBG out std");  // closes the last file
+        expectedAnswers.push_back("Debug Output set to console\n");
+        console = capture.text();
+    }
+    ASSERT_GE(switches, 30) << "too few switches while the threads traced";
+
+    Arrivals arrivals;
+    readTraces("console", console, &arrivals);
+    for (std::string const& file : files)
+        readTraces(file, readFile(file), &arrivals);
+    readTraces("IMC", imcTraceTexts(imcStream.str(), &arrivals.garbage), &arrivals);
+    EXPECT_EQ(arrivals.garbage, std::vector<std::string>());
+    int missing = 0;
+    int repeated = 0;
+    for (int t = 0; t < tracingThreads; ++t) {
+        for (int n = 0; n < tracesPerThread(); ++n) {
+            auto const found = arrivals.counts.find({t, n});
+            int const count = found == arrivals.counts.end() ? 0 : found->second;
+            missing += count == 0;
+            repeated += count > 1;
+        }
+    }
+    EXPECT_EQ(missing, 0);
+    EXPECT_EQ(repeated, 0);
+    EXPECT_EQ(answers, expectedAnswers);
+}
+
+TEST_F(ThreadsTest, TwoThreadsTracingIntoOneFileLeaveEveryTraceWhole)
+{
+    std::string const file = scratch->file("both.trace");
+    manager->setFileOutput(file);
+    std::atomic<int> traced{0};
+    std::thread first(traceAll, 0, &traced);
+    std::thread second(traceAll, 1, &traced);
+    first.join();
+    second.join();
+    manager->setConsoleOutput();
+
+    Arrivals arrivals;
+    readTraces(file, readFile(file), &arrivals);
+    EXPECT_EQ(arrivals.garbage, std::vector<std::string>());
+    EXPECT_EQ(arrivals.counts.size(), std::size_t(2 * tracesPerThread()));
+}
+
+// A module's own insertions into the manager: each whole, while another
+// thread switches between two files and the console.
+TEST_F(ThreadsTest, DirectInsertionsAreWholeCallByCallWhileTheOutputSwitches)
+{
+    std::vector<std::string> files;
+    std::string console;
+    {
+        CoutCapture capture;
+        std::atomic<int> inserted{0};
+        std::vector<std::thread> writers;
+        for (int t = 0; t < tracingThreads; ++t) {
+            writers.emplace_back([this, t, &inserted] {
+                for (int k = 0; k < tracesPerThread() / 3; ++k) {
+                    *manager << escapedTraceText(t, 3 * k + 1);
+                    ++inserted;
+                }
+            });
+        }
+        int const total = tracingThreads * (tracesPerThread() / 3);
+        for (int k = 0; inserted < total; ++k) {
+            if (k % 2 == 0) {
+                files.push_back(scratch->file("direct" + std::to_string(k)));
+                manager->setFileOutput(files.back());
+            } else {
+                manager->setConsoleOutput();
+            }
+            std::this_thread::sleep_for(100us);
+        }
+        for (std::thread& writer : writers)
+            writer.join();
+        manager->setConsoleOutput();
+        console = capture.text();
+    }
+    Arrivals arrivals;
+    readTraces("console", console, &arrivals);
+    for (std::string const& file : files)
+        readTraces(file, readFile(file), &arrivals);
+    EXPECT_EQ(arrivals.garbage, std::vector<std::string>());
+    EXPECT_EQ(arrivals.counts.size(), std::size_t(tracingThreads * (tracesPerThread() / 3)));
+}
+
+// The first instance() from many threads at once: one manager for all,
+// and one observer left registered, answering each command once.
+TEST_F(ThreadsTest, ConcurrentFirstCallsOfInstanceShareOneManager)
+{
+    DBG_OutManager::desinstance();
+    constexpr int callers = 8;
+    std::atomic<bool> go{false};
+    std::vector<DBG_OutManager*> managers(callers, nullptr);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < callers; ++i) {
+        threads.emplace_back([&, i] {
+            while (!go)
+                std::this_thread::yield();
+            managers[std::size_t(i)] = DBG_OutManager::instance();
+        });
+    }
+    go = true;
+    for (std::thread& thread : threads)
+        thread.join();
+    for (DBG_OutManager* each : managers)
+        EXPECT_EQ(each, managers[0]);
+    ASSERT_NE(managers[0], nullptr);
+    EXPECT_NE(managers[0]->pCmdObserver, nullptr);
+    command("DBG out");
+    EXPECT_EQ(answers, (std::vector<std::string>{"Debug Output set to console\n"}));
+}
+
+TEST_F(ThreadsTest, ACommandDeliveredFromInsideTheImcTraceSwitchesTheOutput)
+{
+    std::string const file = scratch->file("switched.trace");
+    std::atomic<bool> delivered{false};
+    imc_standin::react(Operation::Trace, [&] {
+        if (!delivered.exchange(true))
+            command("DBG out file " + file);
+    });
+    manager->setImcOutput();
+    finishesWithin(20s, "a trace whose IMC manager switches the output from inside trace()", [] {
+        DBG_Log().trace("to IMC\n", "o", 1);
+        DBG_Log().trace("to the file\n", "o", 2);
+    });
+    imc_standin::react(Operation::Trace, nullptr);
+    manager->setConsoleOutput();
+    EXPECT_EQ(imcStream.str(), "IMC trace o:1 to IMC\n\n");
+    EXPECT_EQ(readFile(file), "to the file\n");
+    EXPECT_EQ(answers, (std::vector<std::string>{"Debug Output set to file " + file + "\n"}));
+}
+
+TEST_F(ThreadsTest, ACommandOnAnotherThreadWhileATraceIsHandedToImcIsCarriedOut)
+{
+    std::atomic<bool> delivered{false};
+    // The IMC manager's trace waits until a command it delivers on another
+    // thread is done.
+    imc_standin::react(Operation::Trace, [&] {
+        if (!delivered.exchange(true))
+            std::thread([this] { command("DBG out std"); }).join();
+    });
+    manager->setImcOutput();
+    finishesWithin(20s, "a command on another thread while a trace is handed to the IMC manager",
+                   [] { DBG_Log().trace("handed over\n", "o", 3); });
+    imc_standin::react(Operation::Trace, nullptr);
+    EXPECT_EQ(imcStream.str(), "IMC trace o:3 handed over\n\n");
+    EXPECT_EQ(answers, (std::vector<std::string>{"Debug Output set to console\n"}));
+    EXPECT_EQ(std::string(*manager->pOutput), "console");
+}
+
+// A manager with a lock of its own, taken while it delivers a command and
+// while it takes a trace: switches to IMC and back while four threads
+// trace do not hang.
+TEST_F(ThreadsTest, SwitchesToImcUnderTrafficDoNotHangAManagerThatLocksItself)
+{
+    std::mutex managersOwnLock;
+    imc_standin::react(Operation::Trace, [&] { std::lock_guard<std::mutex> const guard(managersOwnLock); });
+    imc_standin::react(Operation::Error, [&] { std::lock_guard<std::mutex> const guard(managersOwnLock); });
+    int commands = 0;
+    finishesWithin(60s, "switches to IMC under traffic", [&] {
+        CoutCapture capture;
+        std::atomic<int> traced{0};
+        std::vector<std::thread> tracers;
+        for (int t = 0; t < tracingThreads; ++t)
+            tracers.emplace_back(traceAll, t, &traced);
+        for (int k = 0; traced < tracingThreads * tracesPerThread(); ++k) {
+            std::lock_guard<std::mutex> const guard(managersOwnLock);
+            command(k % 2 == 0 ? "DBG out imc" : "DBG out std");
+            ++commands;
+        }
+        for (std::thread& tracer : tracers)
+            tracer.join();
+    });
+    imc_standin::clearFaults();
+    EXPECT_EQ(answers.size(), std::size_t(commands));
+    EXPECT_NE(imcStream.str().find("IMC trace o:"), std::string::npos);
+}
