@@ -2,12 +2,16 @@
 // fails (the old sink is gone already, so the console takes over and the
 // failure passes on), the IMC sink when its buffer cannot grow, hexaDump
 // when its result cannot be made; and what a trace allocates and keeps.
-// This program replaces the global allocator to make allocations fail.
+// This program replaces the global allocator to make allocations fail,
+// and hears of every object registered for destruction at exit.
+#include <dlfcn.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
+#include <iostream>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -54,6 +58,42 @@ void operator delete(void* memory) noexcept
 void operator delete(void* memory, std::size_t) noexcept
 {
     operator delete(memory);
+}
+
+namespace {
+// Every object registered for destruction at exit, the library's included
+// (its calls find this program's __cxa_atexit), in a fixed array: the
+// first come before the allocator and the program are set up.
+void* exitDestroyed[1024];
+int exitDestroyedCount = 0;
+
+bool traceAtExit = false;
+
+// Runs after every exit-time destructor of the library: registered by a
+// pre-initialisation function, before the library is initialised.
+void traceAfterTheLibrary()
+{
+    if (!traceAtExit)
+        return;
+    std::cout.rdbuf(std::cerr.rdbuf());  // where the death test reads
+    *DBG_OutManager::instance() << std::string("traced after the library's exit-time destructors\n");
+}
+
+void registerBeforeTheLibrary(int, char**, char**)
+{
+    std::atexit(traceAfterTheLibrary);
+}
+
+__attribute__((section(".preinit_array"), used)) void (*const preinit)(int, char**, char**) = registerBeforeTheLibrary;
+}  // namespace
+
+extern "C" int __cxa_atexit(void (*destructor)(void*), void* object, void* dso)
+{
+    using Register = int (*)(void (*)(void*), void*, void*);
+    static Register const registerForExit = reinterpret_cast<Register>(dlsym(RTLD_NEXT, "__cxa_atexit"));
+    if (exitDestroyedCount < int(sizeof exitDestroyed / sizeof exitDestroyed[0]))
+        exitDestroyed[exitDestroyedCount++] = object;
+    return registerForExit(destructor, object, dso);
 }
 
 class OutManagerAllocation : public ::testing::Test {
@@ -113,6 +153,37 @@ TEST_F(OutManagerAllocation, FailingConsoleSinkStillLeavesAUsableConsole)
     CoutCapture capture;
     *manager << 7;
     EXPECT_EQ(capture.text(), "7");
+}
+
+// The console that takes over is never destroyed: a module may trace
+// from its own static destructors, after the library's have run.
+TEST_F(OutManagerAllocation, TheConsoleThatTakesOverIsNeverDestroyedAtExit)
+{
+    DBG_OutManager* manager = DBG_OutManager::instance();
+    allocationsToFail = 2;
+    EXPECT_THROW(manager->setConsoleOutput(), std::bad_alloc);
+    allocationsToFail = 0;
+    void* const console = manager->pOutput;
+    EXPECT_EQ(std::find(exitDestroyed, exitDestroyed + exitDestroyedCount, console),
+              exitDestroyed + exitDestroyedCount)
+        << "the console of last resort is registered for destruction at exit";
+}
+
+TEST_F(OutManagerAllocation, TheConsoleThatTakesOverStillWritesAfterTheLibrarysExitTimeDestructors)
+{
+    EXPECT_EXIT(
+        {
+            DBG_OutManager* manager = DBG_OutManager::instance();
+            allocationsToFail = 2;
+            try {
+                manager->setConsoleOutput();
+            } catch (std::bad_alloc const&) {
+            }
+            allocationsToFail = 0;
+            traceAtExit = true;
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "^traced after the library's exit-time destructors\n$");
 }
 
 TEST_F(OutManagerAllocation, FailingFileSinkLeavesTheConsoleAndClosesTheOldFile)
