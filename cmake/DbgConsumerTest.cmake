@@ -149,6 +149,13 @@ if(MODE MATCHES "^(find_package|cxx98|other-abi)$")
     message(STATUS "other-abi: the module's build stops naming both ABIs")
     return()
   endif()
+  # The output lock needs libpthread loaded where the C library is older
+  # than 2.34: dbg::dbg brings Threads::Threads, which is -pthread there
+  # (and nothing where the C library has the threads).
+  file(READ "${libdir}/cmake/dbg/dbg-targets.cmake" targets)
+  if(NOT targets MATCHES "INTERFACE_LINK_LIBRARIES \"[^\"]*Threads::Threads")
+    message(FATAL_ERROR "dbg::dbg does not bring Threads::Threads:\n${targets}")
+  endif()
   run(${CMAKE_COMMAND} --build ${build})
 elseif(MODE STREQUAL "pkg-config")
   find_program(PKG_CONFIG NAMES pkg-config pkgconf REQUIRED)
@@ -166,6 +173,12 @@ elseif(MODE STREQUAL "pkg-config")
   run(${CMAKE_COMMAND} -E env ${environment} ${PKG_CONFIG} --variable=string_abi dbg)
   if(NOT output STREQUAL "${STRING_ABI}\n")
     message(FATAL_ERROR "dbg.pc says the ABI is '${output}', not ${STRING_ABI}")
+  endif()
+  # The output lock needs libpthread loaded where the C library is older
+  # than 2.34: the module links -pthread.
+  run(${CMAKE_COMMAND} -E env ${environment} ${PKG_CONFIG} --libs dbg)
+  if(NOT output MATCHES "(^| )-pthread( |\n|$)")
+    message(FATAL_ERROR "pkg-config --libs dbg lacks -pthread: ${output}")
   endif()
   file(MAKE_DIRECTORY "${build}")
   run(${CMAKE_COMMAND} -E env ${environment}

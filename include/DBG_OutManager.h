@@ -1,6 +1,9 @@
 // The process-wide front of the trace output: forwards insertions and
 // flushes to the one sink it owns, and switches that sink on command.
 // Building it (first instance()) also registers the DBG commands.
+// Every operation may be called from any thread: one lock inside
+// serialises the sinks. desinstance() is the host's, once the threads that
+// trace have stopped.
 #ifndef DBG_OUTMANAGER_H
 #define DBG_OUTMANAGER_H
 
