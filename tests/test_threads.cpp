@@ -345,6 +345,30 @@ TEST_F(ThreadsTest, ConcurrentFirstCallsOfInstanceShareOneManager)
     EXPECT_EQ(answers, (std::vector<std::string>{"Debug Output set to console\n"}));
 }
 
+// Two managers built at once, made certain: while the first call builds
+// (registering its commands), another thread's first call builds and
+// stores its own. The first builder then finds it and destroys its own.
+TEST_F(ThreadsTest, AManagerBuiltWhileAnotherWasStoredIsDestroyedAndTheStoredOneKept)
+{
+    DBG_OutManager::desinstance();
+    DBG_OutManager* second = nullptr;
+    std::atomic<bool> raced{false};
+    imc_standin::react(Operation::Registration, [&] {
+        if (!raced.exchange(true))
+            std::thread([&second] { second = DBG_OutManager::instance(); }).join();
+    });
+    imc_standin::setRecording(true);
+    DBG_OutManager* const first = DBG_OutManager::instance();
+    imc_standin::react(Operation::Registration, nullptr);
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(DBG_OutManager::instance(), second);
+    // Both built observers registered; the one destroyed unregistered.
+    EXPECT_EQ(callsOf(Operation::Registration).size(), 4u);
+    EXPECT_EQ(callsOf(Operation::Unregistration).size(), 2u);
+    command("DBG out");
+    EXPECT_EQ(answers, (std::vector<std::string>{"Debug Output set to console\n"}));
+}
+
 TEST_F(ThreadsTest, ACommandDeliveredFromInsideTheImcTraceSwitchesTheOutput)
 {
     std::string const file = scratch->file("switched.trace");
