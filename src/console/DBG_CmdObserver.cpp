@@ -14,7 +14,6 @@
 
 #include "DBG_ImcAccess.h"
 #include "DBG_OutManager.h"
-#include "DBG_Output.h"
 #include "DBG_Version.h"
 #include "DBG_WholeTrace.h"
 
