@@ -6,9 +6,13 @@
 
 #include <csignal>
 #include <cstring>
+#include <atomic>
 #include <iostream>
+#include <map>
+#include <mutex>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 #include <string>
 #include <utility>
 #include <vector>
@@ -440,4 +444,50 @@ TEST(ImcStandInDeathTest, CoreDumpExitAbortsWithItsMessage)
 {
     EXPECT_EXIT(abortWithoutCoreFile(IMC_Manager::EXIT_FATAL), ::testing::KilledBySignal(SIGABRT),
                 "IMC : core dump exit \\(cause 1\\)");
+}
+
+// A maker's manager delivers commands on threads of its own: observers
+// come and go, commands, answers and traces go through from four threads at
+// once, and every command reaches its observer once, every trace its line.
+TEST_F(ImcStandInTest, ObserversCommandsAnswersAndTracesFromManyThreads)
+{
+    constexpr int threads = 4;
+    constexpr int rounds = 500;
+    std::atomic<int> answered{0};
+    imc_standin::setAnswerHandler([&](std::string const&) { ++answered; });
+    std::ostringstream traces;
+    imc_standin::setTraceStream(&traces);
+    IMC_Manager* const manager = imc_standin::manager();
+    std::vector<RecordingObserver> observers(threads);
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t) {
+        workers.emplace_back([&, t] {
+            std::string const key = "K" + std::to_string(t);
+            for (int n = 0; n < rounds; ++n) {
+                manager->registration(&observers[std::size_t(t)], key);
+                manager->receiveCommand(t, key + " " + std::to_string(n));
+                manager->answerCommand("answer\n");
+                manager->trace("trace " + key + std::string(1, '\0') + "tail", "o", n);
+                manager->unregistration(&observers[std::size_t(t)], key);
+            }
+        });
+    }
+    for (std::thread& worker : workers)
+        worker.join();
+    imc_standin::setTraceStream(nullptr);
+    for (int t = 0; t < threads; ++t) {
+        std::vector<RecordingObserver::Received> const& received = observers[std::size_t(t)].received;
+        ASSERT_EQ(received.size(), std::size_t(rounds));
+        for (int n = 0; n < rounds; ++n)
+            EXPECT_EQ(received[std::size_t(n)].line, "K" + std::to_string(t) + " " + std::to_string(n));
+    }
+    EXPECT_EQ(answered, threads * rounds);
+    std::istringstream lines(traces.str());
+    std::map<std::string, int> counts;
+    for (std::string line; std::getline(lines, line);)
+        ++counts[line.substr(0, line.find(':') + 1) + line.substr(line.find(' ', line.find(':')))];
+    std::map<std::string, int> expected;
+    for (int t = 0; t < threads; ++t)
+        expected["IMC trace o: trace K" + std::to_string(t)] = rounds;
+    EXPECT_EQ(counts, expected);
 }
