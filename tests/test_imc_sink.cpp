@@ -284,6 +284,18 @@ TEST_F(ImcSinkTest, InstanceThrowingKeepsTheTextForTheNextFlush)
     EXPECT_EQ(flushAndTake(sink), "firstsecond" + NUL);
 }
 
+// Whatever the maker's manager throws, standard exception or not, the text
+// stays for the next flush.
+TEST_F(ImcSinkTest, AnExceptionOfNoStandardTypeFromTheTraceKeepsTheTextBehindItsNul)
+{
+    DBG_OutputImc sink;
+    sink << std::string("first");
+    imc_standin::injectFault(Operation::Trace, Fault::ForeignException, 1);
+    EXPECT_THROW(sink.flush(false, "o", 1), imc_standin::NonStandardFault);
+    sink << std::string("second");
+    EXPECT_EQ(flushAndTake(sink), "first" + NUL + "second" + NUL);
+}
+
 TEST_F(ImcSinkTest, NullInstanceIsTreatedAsAMissingManager)
 {
     DBG_OutputImc sink;

@@ -393,6 +393,20 @@ TEST_F(OutManagerTest, TextOfAFailedImcTraceGoesOutWithTheNextTraceBehindItsNul)
     EXPECT_EQ(textsOf(Operation::Trace), (std::vector<std::string>{"ab" + NUL + "cd" + NUL}));
 }
 
+// Whatever the maker's manager throws, standard exception or not.
+TEST_F(OutManagerTest, TextOfAnImcTraceFailingWithNoStandardTypeGoesOutWithTheNextTrace)
+{
+    DBG_OutManager* manager = DBG_OutManager::instance();
+    manager->setImcOutput();
+    imc_standin::injectFault(Operation::Trace, Fault::ForeignException, 1);
+    *manager << std::string("ab");
+    EXPECT_THROW(manager->flush(false, "o", 1), imc_standin::NonStandardFault);
+    imc_standin::clearCalls();
+    *manager << std::string("cd");
+    manager->flush(false, "o", 2);
+    EXPECT_EQ(textsOf(Operation::Trace), (std::vector<std::string>{"ab" + NUL + "cd" + NUL}));
+}
+
 // Text that reached the sink while the failing trace was with the IMC
 // manager stays where it is: the failed text is not put back under it.
 TEST_F(OutManagerTest, AFailedHandOverPutsNothingBackUnderTextInsertedMeanwhile)

@@ -14,6 +14,7 @@
 #include <map>
 #include <mutex>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -408,20 +409,39 @@ TEST_F(ThreadsTest, ACommandOnAnotherThreadWhileATraceIsHandedToImcIsCarriedOut)
 }
 
 // A manager with a lock of its own, taken while it delivers a command and
-// while it takes a trace: switches to IMC and back while four threads
-// trace do not hang.
+// while it takes a trace, and that fails every 50th trace: switches to IMC
+// and back while four threads trace do not hang, and the failed traces go
+// back into the sink while the others trace on.
 TEST_F(ThreadsTest, SwitchesToImcUnderTrafficDoNotHangAManagerThatLocksItself)
 {
     std::mutex managersOwnLock;
-    imc_standin::react(Operation::Trace, [&] { std::lock_guard<std::mutex> const guard(managersOwnLock); });
-    imc_standin::react(Operation::Error, [&] { std::lock_guard<std::mutex> const guard(managersOwnLock); });
+    std::atomic<int> handedOver{0};
+    auto const takeTrace = [&] {
+        std::lock_guard<std::mutex> const guard(managersOwnLock);
+        if (++handedOver % 50 == 0)
+            throw std::runtime_error("the IMC manager failed");
+    };
+    imc_standin::react(Operation::Trace, takeTrace);
+    imc_standin::react(Operation::Error, takeTrace);
     int commands = 0;
+    std::atomic<int> failed{0};
     finishesWithin(60s, "switches to IMC under traffic", [&] {
         CoutCapture capture;
         std::atomic<int> traced{0};
         std::vector<std::thread> tracers;
-        for (int t = 0; t < tracingThreads; ++t)
-            tracers.emplace_back([t, &traced] { traceAll(t, &traced); });
+        for (int t = 0; t < tracingThreads; ++t) {
+            tracers.emplace_back([t, &traced, &failed] {
+                DBG_Log const log;
+                for (int n = 0; n < tracesPerThread(); ++n) {
+                    try {
+                        log.trace(traceText(t, n), "o", t);
+                    } catch (std::runtime_error const&) {
+                        ++failed;
+                    }
+                    ++traced;
+                }
+            });
+        }
         for (int k = 0; traced < tracingThreads * tracesPerThread(); ++k) {
             std::lock_guard<std::mutex> const guard(managersOwnLock);
             command(k % 2 == 0 ? "DBG out imc" : "DBG out std");
@@ -432,5 +452,48 @@ TEST_F(ThreadsTest, SwitchesToImcUnderTrafficDoNotHangAManagerThatLocksItself)
     });
     imc_standin::clearFaults();
     EXPECT_EQ(answers.size(), std::size_t(commands));
+    EXPECT_GT(failed, 0);
     EXPECT_NE(imcStream.str().find("IMC trace o:"), std::string::npos);
+}
+
+// A module's own int and character insertions from four threads while the
+// output switches between files and the console: every one arrives.
+TEST_F(ThreadsTest, IntAndCharacterInsertionsFromManyThreadsAllArrive)
+{
+    std::vector<std::string> files;
+    std::string console;
+    constexpr int each = 2000;
+    {
+        CoutCapture capture;
+        std::atomic<int> inserted{0};
+        std::vector<std::thread> writers;
+        for (int t = 0; t < tracingThreads; ++t) {
+            writers.emplace_back([this, &inserted] {
+                for (int n = 0; n < each; ++n) {
+                    *manager << 7;
+                    *manager << static_cast<unsigned char>('x');
+                    ++inserted;
+                }
+            });
+        }
+        for (int k = 0; inserted < tracingThreads * each; ++k) {
+            if (k % 2 == 0) {
+                files.push_back(scratch->file("numbers" + std::to_string(k)));
+                manager->setFileOutput(files.back());
+            } else {
+                manager->setConsoleOutput();
+            }
+            std::this_thread::sleep_for(100us);
+        }
+        for (std::thread& writer : writers)
+            writer.join();
+        manager->setConsoleOutput();
+        console = capture.text();
+    }
+    std::string all = console;
+    for (std::string const& file : files)
+        all += readFile(file);
+    EXPECT_EQ(std::count(all.begin(), all.end(), '7'), tracingThreads * each);
+    EXPECT_EQ(std::count(all.begin(), all.end(), 'x'), tracingThreads * each);
+    EXPECT_EQ(all.size(), std::size_t(2 * tracingThreads * each));
 }

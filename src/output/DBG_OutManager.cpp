@@ -18,7 +18,7 @@ DBG_OutManager* DBG_OutManager::pOutManager = nullptr;
 namespace {
 
 // The one lock: it serialises the manager's sinks (every insertion, flush,
-// switch and name read) and guards pOutManager. The IMC manager is never
+// switch and name read) and guards pOutManager while threads run. The IMC manager is never
 // called while it is held. Constant-initialised and trivially destroyed,
 // so a module may still trace from its static destructors.
 std::mutex outputLock;
@@ -43,30 +43,35 @@ void destroySink(DBG_Output* sink)
         delete sink;
 }
 
-// Ends the trace on the current sink, the lock held. An IMC sink's trace
-// is taken out under the lock and handed to the IMC manager with the lock
-// released: the IMC manager may deliver a command that switches the
-// output, on this thread or on one that waits for the lock.
-void endTrace(std::unique_lock<std::mutex>& lock, DBG_OutManager& manager, bool isError,
-              std::string origin, int line)
+// Hands an IMC sink's trace to the IMC manager: taken out under the lock,
+// handed over with the lock released (the IMC manager may deliver a
+// command that switches the output, on this thread or on one that waits
+// for the lock), put back under the lock should the hand-over fail.
+void handOverImcTrace(std::unique_lock<std::mutex>& lock, DBG_OutputImc& sink, bool isError,
+                      std::string const& origin, int line)
 {
-    DBG_Output* const sink = manager.pOutput;
-    if (typeid(*sink) != typeid(DBG_OutputImc)) {
-        sink->flush(isError, std::move(origin), line);
-        return;
-    }
-    DBG_OutputImc& imcSink = static_cast<DBG_OutputImc&>(*sink);
-    dbg_output::ImcTrace trace(imcSink);
+    dbg_output::ImcTrace trace(sink);
     unsigned long const taken = ++outputEvents;
     lock.unlock();
     try {
         trace.handOver(isError, origin, line);
     } catch (...) {
         lock.lock();
-        if (outputEvents == taken && trace.untouched(imcSink))
-            trace.putBack(imcSink);
+        if (outputEvents == taken && trace.untouched(sink))
+            trace.putBack(sink);
         throw;
     }
+}
+
+// Ends the trace on the current sink, the lock held.
+void endTrace(std::unique_lock<std::mutex>& lock, DBG_OutManager& manager, bool isError,
+              std::string origin, int line)
+{
+    DBG_Output* const sink = manager.pOutput;
+    if (typeid(*sink) == typeid(DBG_OutputImc))
+        handOverImcTrace(lock, static_cast<DBG_OutputImc&>(*sink), isError, origin, line);
+    else
+        sink->flush(isError, std::move(origin), line);
 }
 
 }  // namespace
@@ -76,32 +81,30 @@ void endTrace(std::unique_lock<std::mutex>& lock, DBG_OutManager& manager, bool 
 // stored is everybody's, and the other is destroyed at once.
 DBG_OutManager* DBG_OutManager::instance()
 {
-    std::unique_lock<std::mutex> lock(outputLock);
-    DBG_OutManager* built = nullptr;
-    if (!pOutManager) {
-        lock.unlock();
-        built = new DBG_OutManager;
-        lock.lock();
-        if (!pOutManager) {
-            pOutManager = built;
-            built = nullptr;
-        }
+    {
+        std::lock_guard<std::mutex> const guard(outputLock);
+        if (pOutManager)
+            return pOutManager;
     }
-    DBG_OutManager* const manager = pOutManager;
-    lock.unlock();
-    delete built;
-    return manager;
+    DBG_OutManager* const built = new DBG_OutManager;
+    DBG_OutManager* kept;
+    {
+        std::lock_guard<std::mutex> const guard(outputLock);
+        if (!pOutManager)
+            pOutManager = built;
+        kept = pOutManager;
+    }
+    if (kept != built)
+        delete built;
+    return kept;
 }
 
-// Destroyed with the lock released (unregistering calls the IMC manager):
-// the host calls this once its threads have stopped.
+// The host's, once its threads have stopped: no lock. Destroying the
+// manager unregisters its commands with the IMC manager.
 void DBG_OutManager::desinstance()
 {
-    std::unique_lock<std::mutex> lock(outputLock);
-    DBG_OutManager* const manager = pOutManager;
+    delete pOutManager;
     pOutManager = nullptr;
-    lock.unlock();
-    delete manager;
 }
 
 DBG_OutManager::DBG_OutManager() : pOutput(new DBG_Output), pCmdObserver(nullptr)

@@ -5,6 +5,9 @@ the mutate preset. A mutant is written into the worker's copy, the build
 recompiles that one translation unit and relinks libdbg.so (the test
 programs are not relinked), and the tests run one by one until the first
 failure: those that killed mutants of the same file first, then the fastest.
+A mutant the suite does not notice then meets the tests of the output from
+many threads under ThreadSanitizer (the copy's tsan build): a lock moved or
+dropped shows there as a data race, where a plain run may pass by luck.
 """
 
 import argparse
@@ -39,6 +42,8 @@ BUILD_TIMEOUT = 600
 TOOL_TESTS = ("MutationTool.",)
 # How many of the cases that killed mutants of a file run alone first.
 KILLERS_FIRST = 3
+# The whole ThreadSanitizer run of one surviving mutant.
+TSAN_TIMEOUT = 600
 
 
 def log(message):
@@ -88,11 +93,37 @@ class Worker:
             # The whole first build of a fresh copy has no time limit: under
             # a heavy load it takes longer than any mutant may.
             code, output = self.compile(timeout=None)
+        if code == 0:
+            # The test programs are not relinked for a mutant of the library.
+            code, output = run_quietly(["cmake", "--preset", "tsan", "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON"],
+                                       self.tree)
+        if code == 0:
+            code, output = self.compile_tsan(timeout=None)
+        if code == 0 and self.run_tsan()[0] != "passed":
+            code, output = 1, "the unmutated ThreadSanitizer run fails: {}".format(self.run_tsan()[1])
         if code != 0:
             raise RuntimeError("worker {} does not build:\n{}".format(self.number, output[-3000:]))
 
     def compile(self, timeout=BUILD_TIMEOUT):
         return run_quietly(["cmake", "--build", self.build, "-j1"], self.tree, timeout=timeout)
+
+    def compile_tsan(self, timeout=BUILD_TIMEOUT):
+        return run_quietly(["cmake", "--build", "--preset", "tsan", "-j", "1"], self.tree, timeout=timeout)
+
+    def run_tsan(self):
+        """('passed' | 'failed' | 'timed out', the first test that failed)."""
+        scratch = tempfile.mkdtemp(prefix="dbg-mutant-")
+        try:
+            code, output = run_quietly(["ctest", "--preset", "tsan", "--stop-on-failure"], self.tree,
+                                       timeout=TSAN_TIMEOUT, env=dict(os.environ, TMPDIR=scratch))
+        except subprocess.TimeoutExpired:
+            return "timed out", "ThreadSanitizer run"
+        finally:
+            shutil.rmtree(scratch, ignore_errors=True)
+        if code == 0:
+            return "passed", None
+        failed = re.search(r"^\s*\d+ - (\S+)", output[output.find("The following tests FAILED"):], re.M)
+        return "failed", "ThreadSanitizer: " + (failed.group(1) if failed else "tsan")
 
     def restore(self):
         if self.current:
@@ -325,6 +356,8 @@ class Run:
                 with self.lock:
                     killers = dict(self.killers[mutant.path])
                 status, test = tests.run(killers)
+                if status == "survived":
+                    status, test = self.under_tsan(worker)
             with self.lock:
                 if status == "killed":
                     self.killers[mutant.path][test] += 1
@@ -333,6 +366,21 @@ class Run:
                                      "diff": diff_of(mutant, original)})
                 log("{}/{} {} {}:{} {}{}".format(len(self.results), self.total, status, mutant.path, mutant.line,
                                                  mutant.operator, " by " + test if test else ""))
+
+    @staticmethod
+    def under_tsan(worker):
+        """The survivor's fate under ThreadSanitizer: (status, the test that decided it)."""
+        try:
+            code, output = worker.compile_tsan()
+        except subprocess.TimeoutExpired:
+            code, output = 1, "the ThreadSanitizer build timed out"
+        if code != 0:
+            errors = [line.replace(worker.tree + os.sep, "") for line in output.splitlines() if "error" in line]
+            return "does not build", (errors or output.splitlines() or ["?"])[0][:300]
+        outcome, test = worker.run_tsan()
+        if outcome == "passed":
+            return "survived", None
+        return ("killed" if outcome == "failed" else outcome), test
 
     def go(self):
         with concurrent.futures.ThreadPoolExecutor(len(self.workers)) as pool:
