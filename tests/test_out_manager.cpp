@@ -363,48 +363,47 @@ TEST_F(OutManagerTest, DesinstanceClearsTheInstance)
     EXPECT_EQ(callsOf(Operation::Instance).size(), 1u);
 }
 
+namespace {
+
+// "ab" flushed through the manager into an IMC manager that fails
+// (`operation` raises `fault`, an error when `isError`), then "cd" flushed
+// as a trace: what the IMC manager is handed for "cd".
+std::vector<std::string> nextTraceAfterAFailedOne(Operation operation, Fault fault, bool isError)
+{
+    DBG_OutManager* manager = DBG_OutManager::instance();
+    manager->setImcOutput();
+    imc_standin::injectFault(operation, fault, 1);
+    *manager << std::string("ab");
+    EXPECT_ANY_THROW(manager->flush(isError, "o", 1));
+    imc_standin::clearCalls();
+    *manager << std::string("cd");
+    manager->flush(false, "o", 2);
+    return textsOf(Operation::Trace);
+}
+
+}  // namespace
+
 // The IMC manager is handed a trace with the output's lock released. When
 // the hand-over fails, the text goes back into the sink as an unsent flush
 // leaves it: without its NUL when there was no manager...
 TEST_F(OutManagerTest, TextOfAHandOverWithoutImcManagerGoesOutWithTheNextTrace)
 {
-    DBG_OutManager* manager = DBG_OutManager::instance();
-    manager->setImcOutput();
-    imc_standin::injectFault(Operation::Instance, Fault::RuntimeError, 1);
-    *manager << std::string("ab");
-    EXPECT_THROW(manager->flush(false, "o", 1), std::runtime_error);
-    imc_standin::clearCalls();
-    *manager << std::string("cd");
-    manager->flush(false, "o", 2);
-    EXPECT_EQ(textsOf(Operation::Trace), (std::vector<std::string>{"abcd" + NUL}));
+    EXPECT_EQ(nextTraceAfterAFailedOne(Operation::Instance, Fault::RuntimeError, false),
+              (std::vector<std::string>{"abcd" + NUL}));
 }
 
-// ...and with it when the manager's trace failed.
+// ...and with it when the manager's trace or error failed...
 TEST_F(OutManagerTest, TextOfAFailedImcTraceGoesOutWithTheNextTraceBehindItsNul)
 {
-    DBG_OutManager* manager = DBG_OutManager::instance();
-    manager->setImcOutput();
-    imc_standin::injectFault(Operation::Error, Fault::RuntimeError, 1);
-    *manager << std::string("ab");
-    EXPECT_THROW(manager->flush(true, "o", 1), std::runtime_error);
-    imc_standin::clearCalls();
-    *manager << std::string("cd");
-    manager->flush(false, "o", 2);
-    EXPECT_EQ(textsOf(Operation::Trace), (std::vector<std::string>{"ab" + NUL + "cd" + NUL}));
+    EXPECT_EQ(nextTraceAfterAFailedOne(Operation::Error, Fault::RuntimeError, true),
+              (std::vector<std::string>{"ab" + NUL + "cd" + NUL}));
 }
 
-// Whatever the maker's manager throws, standard exception or not.
+// ...whatever the maker's manager throws, standard exception or not.
 TEST_F(OutManagerTest, TextOfAnImcTraceFailingWithNoStandardTypeGoesOutWithTheNextTrace)
 {
-    DBG_OutManager* manager = DBG_OutManager::instance();
-    manager->setImcOutput();
-    imc_standin::injectFault(Operation::Trace, Fault::ForeignException, 1);
-    *manager << std::string("ab");
-    EXPECT_THROW(manager->flush(false, "o", 1), imc_standin::NonStandardFault);
-    imc_standin::clearCalls();
-    *manager << std::string("cd");
-    manager->flush(false, "o", 2);
-    EXPECT_EQ(textsOf(Operation::Trace), (std::vector<std::string>{"ab" + NUL + "cd" + NUL}));
+    EXPECT_EQ(nextTraceAfterAFailedOne(Operation::Trace, Fault::ForeignException, false),
+              (std::vector<std::string>{"ab" + NUL + "cd" + NUL}));
 }
 
 // Text that reached the sink while the failing trace was with the IMC

@@ -178,6 +178,22 @@ protected:
         imc_standin::setAnswerHandler(nullptr);
     }
 
+    // Switches between new files and the console until `count` reaches
+    // `total`, naming each file after `prefix` in `files`.
+    void switchFilesAndConsoleUntil(std::atomic<int> const& count, int total, std::string const& prefix,
+                                    std::vector<std::string>* files)
+    {
+        for (int k = 0; count < total; ++k) {
+            if (k % 2 == 0) {
+                files->push_back(scratch->file(prefix + std::to_string(k)));
+                manager->setFileOutput(files->back());
+            } else {
+                manager->setConsoleOutput();
+            }
+            std::this_thread::sleep_for(100us);
+        }
+    }
+
     // A command as the IMC manager delivers it, from any thread.
     void command(std::string const& line) { imc_standin::manager()->receiveCommand(1, line); }
 
@@ -296,16 +312,7 @@ TEST_F(ThreadsTest, DirectInsertionsAreWholeCallByCallWhileTheOutputSwitches)
                 }
             });
         }
-        int const total = tracingThreads * (tracesPerThread() / 3);
-        for (int k = 0; inserted < total; ++k) {
-            if (k % 2 == 0) {
-                files.push_back(scratch->file("direct" + std::to_string(k)));
-                manager->setFileOutput(files.back());
-            } else {
-                manager->setConsoleOutput();
-            }
-            std::this_thread::sleep_for(100us);
-        }
+        switchFilesAndConsoleUntil(inserted, tracingThreads * (tracesPerThread() / 3), "direct", &files);
         for (std::thread& writer : writers)
             writer.join();
         manager->setConsoleOutput();
@@ -476,15 +483,7 @@ TEST_F(ThreadsTest, IntAndCharacterInsertionsFromManyThreadsAllArrive)
                 }
             });
         }
-        for (int k = 0; inserted < tracingThreads * each; ++k) {
-            if (k % 2 == 0) {
-                files.push_back(scratch->file("numbers" + std::to_string(k)));
-                manager->setFileOutput(files.back());
-            } else {
-                manager->setConsoleOutput();
-            }
-            std::this_thread::sleep_for(100us);
-        }
+        switchFilesAndConsoleUntil(inserted, tracingThreads * each, "numbers", &files);
         for (std::thread& writer : writers)
             writer.join();
         manager->setConsoleOutput();

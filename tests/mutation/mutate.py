@@ -312,6 +312,19 @@ def diff_of(mutant, original):
     return "".join(difflib.unified_diff(before, after, "a/" + mutant.path, "b/" + mutant.path, n=1))
 
 
+def build_error(worker, compile):
+    """None when the mutant builds; else the compiler's first error, which
+    stands where the deciding test would."""
+    try:
+        code, output = compile()
+    except subprocess.TimeoutExpired:
+        code, output = 1, "the build timed out"
+    if code == 0:
+        return None
+    errors = [line.replace(worker.tree + os.sep, "") for line in output.splitlines() if "error" in line]
+    return (errors or output.splitlines() or ["?"])[0][:300]
+
+
 class Run:
     def __init__(self, workers, tests, mutants):
         self.workers = workers
@@ -344,14 +357,9 @@ class Run:
                 original = file.read()
             started = time.monotonic()
             worker.write(mutant, mutant.apply(original))
-            try:
-                code, output = worker.compile()
-            except subprocess.TimeoutExpired:
-                code, output = 1, "the build timed out"
-            if code != 0:
-                # The compiler's first error stands where the deciding test would.
-                errors = [line.replace(worker.tree + os.sep, "") for line in output.splitlines() if "error" in line]
-                status, test = "does not build", (errors or output.splitlines() or ["?"])[0][:300]
+            error = build_error(worker, worker.compile)
+            if error:
+                status, test = "does not build", error
             else:
                 with self.lock:
                     killers = dict(self.killers[mutant.path])
@@ -370,13 +378,9 @@ class Run:
     @staticmethod
     def under_tsan(worker):
         """The survivor's fate under ThreadSanitizer: (status, the test that decided it)."""
-        try:
-            code, output = worker.compile_tsan()
-        except subprocess.TimeoutExpired:
-            code, output = 1, "the ThreadSanitizer build timed out"
-        if code != 0:
-            errors = [line.replace(worker.tree + os.sep, "") for line in output.splitlines() if "error" in line]
-            return "does not build", (errors or output.splitlines() or ["?"])[0][:300]
+        error = build_error(worker, worker.compile_tsan)
+        if error:
+            return "does not build", error
         outcome, test = worker.run_tsan()
         if outcome == "passed":
             return "survived", None
