@@ -67,10 +67,13 @@ void writeTrace(char const* kind, std::string const& text, std::string const& or
         *stream << "IMC " << kind << ' ' << origin << ':' << line << ' ' << text.c_str() << '\n';
 }
 
+// Written only when set: commands from threads other than the console's
+// leave the byte alone, so observers may read it as they run.
 void clearConsoleFlag(IMC_Manager& manager)
 {
     std::lock_guard<std::mutex> const guard(standIn().lock);
-    manager.consoleFlag = 0;
+    if (manager.consoleFlag)
+        manager.consoleFlag = 0;
 }
 
 }  // namespace
