@@ -87,13 +87,12 @@ DBG_OutManager* DBG_OutManager::instance()
             return pOutManager;
     }
     DBG_OutManager* const built = new DBG_OutManager;
-    DBG_OutManager* kept;
-    {
+    DBG_OutManager* const kept = [built] {
         std::lock_guard<std::mutex> const guard(outputLock);
         if (!pOutManager)
             pOutManager = built;
-        kept = pOutManager;
-    }
+        return pOutManager;
+    }();
     if (kept != built)
         delete built;
     return kept;
