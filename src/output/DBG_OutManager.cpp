@@ -63,15 +63,17 @@ void handOverImcTrace(std::unique_lock<std::mutex>& lock, DBG_OutputImc& sink, b
     }
 }
 
-// Ends the trace on the current sink, the lock held.
+// Ends the trace on the current sink, the lock held. An IMC sink is told
+// by its type's own information object, which is this library's: compared
+// by address, without comparing names.
 void endTrace(std::unique_lock<std::mutex>& lock, DBG_OutManager& manager, bool isError,
-              std::string origin, int line)
+              std::string const& origin, int line)
 {
     DBG_Output* const sink = manager.pOutput;
-    if (typeid(*sink) == typeid(DBG_OutputImc))
+    if (&typeid(*sink) == &typeid(DBG_OutputImc))
         handOverImcTrace(lock, static_cast<DBG_OutputImc&>(*sink), isError, origin, line);
     else
-        sink->flush(isError, std::move(origin), line);
+        sink->flush(isError, origin, line);
 }
 
 }  // namespace
@@ -178,7 +180,7 @@ DBG_OutManager& DBG_OutManager::operator<<(unsigned char character)
 void DBG_OutManager::flush(bool isError, std::string origin, int line)
 {
     std::unique_lock<std::mutex> lock(outputLock);
-    endTrace(lock, *this, isError, std::move(origin), line);
+    endTrace(lock, *this, isError, origin, line);
 }
 
 namespace dbg_output {
