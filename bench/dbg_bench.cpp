@@ -143,22 +143,65 @@ void logBench(benchmark::State& state, Sink sink, bool isError, std::string cons
 // --- References ------------------------------------------------------------
 
 // spdlog, the way a project would set it up to write exactly the message:
-// one synchronous single-threaded file sink, pattern "%v", no line end added.
+// one synchronous file sink (FileSink: the single-threaded one, or the
+// thread-safe one with its lock), pattern "%v", no line end added.
+template <typename FileSink>
+std::unique_ptr<spdlog::logger> spdlogFileLogger(std::string const& path)
+{
+    auto logger = std::make_unique<spdlog::logger>("bench", std::make_shared<FileSink>(path, true));
+    logger->set_formatter(
+        std::make_unique<spdlog::pattern_formatter>("%v", spdlog::pattern_time_type::local, std::string()));
+    return logger;
+}
+
+template <typename FileSink>
 void spdlogBench(benchmark::State& state, std::string const& text)
 {
     std::string const path = scratchPath("dbg-bench-spdlog.txt");
     std::unique_ptr<spdlog::logger> logger;
     auto open = [&] {
         logger.reset();
-        auto sink = std::make_shared<spdlog::sinks::basic_file_sink_st>(path, true);
-        logger = std::make_unique<spdlog::logger>("bench", sink);
-        logger->set_formatter(std::make_unique<spdlog::pattern_formatter>(
-            "%v", spdlog::pattern_time_type::local, std::string()));
+        logger = spdlogFileLogger<FileSink>(path);
     };
     open();
     measure(state, text.size(), fileBudget, [&] { logger->info(text); }, open);
     logger.reset();
     std::remove(path.c_str());
+}
+
+// --- Four threads tracing into one file --------------------------------------
+
+// Each of the benchmark's threads traces; the first sets the file up before
+// the threads start (they meet at the loop) and takes it down after.
+void contendedDbgBench(benchmark::State& state, std::string const& text)
+{
+    std::string const path = scratchPath("dbg-bench-contended.txt");
+    if (state.thread_index() == 0)
+        DBG_OutManager::instance()->setFileOutput(path);
+    DBG_Log const log;
+    for (auto _ : state)
+        log.trace(text, bench::shortOrigin, bench::traceLine);
+    state.SetItemsProcessed(state.iterations());
+    if (state.thread_index() == 0) {
+        DBG_OutManager::instance()->setConsoleOutput();
+        std::remove(path.c_str());
+    }
+}
+
+std::unique_ptr<spdlog::logger> contendedLogger;
+
+void contendedSpdlogBench(benchmark::State& state, std::string const& text)
+{
+    std::string const path = scratchPath("dbg-bench-contended-spdlog.txt");
+    if (state.thread_index() == 0)
+        contendedLogger = spdlogFileLogger<spdlog::sinks::basic_file_sink_mt>(path);
+    for (auto _ : state)
+        contendedLogger->info(text);
+    state.SetItemsProcessed(state.iterations());
+    if (state.thread_index() == 0) {
+        contendedLogger.reset();
+        std::remove(path.c_str());
+    }
 }
 
 void ofstreamWriteBench(benchmark::State& state, std::string const& text)
@@ -361,8 +404,12 @@ void registerAll()
         std::string const n = std::to_string(size);
         std::string const plain = bench::message(size, false);
         std::string const percent = bench::message(size, true);
-        add("ref/spdlog/" + n + "/plain", [=](benchmark::State& st) { spdlogBench(st, plain); });
-        add("ref/spdlog/" + n + "/percent", [=](benchmark::State& st) { spdlogBench(st, percent); });
+        add("ref/spdlog/" + n + "/plain",
+            [=](benchmark::State& st) { spdlogBench<spdlog::sinks::basic_file_sink_st>(st, plain); });
+        add("ref/spdlog/" + n + "/percent",
+            [=](benchmark::State& st) { spdlogBench<spdlog::sinks::basic_file_sink_st>(st, percent); });
+        add("ref/spdlog_mt/" + n + "/plain",
+            [=](benchmark::State& st) { spdlogBench<spdlog::sinks::basic_file_sink_mt>(st, plain); });
         add("ref/ofstream_write/" + n, [=](benchmark::State& st) { ofstreamWriteBench(st, plain); });
         add("ref/fwrite/" + n, [=](benchmark::State& st) { fwriteBench(st, plain); });
         add("ref/ostringstream_str/" + n, [=](benchmark::State& st) { ostringstreamBench(st, plain); });
@@ -387,6 +434,17 @@ void registerAll()
     for (Sink sink : sinks)
         add(std::string("switch/") + sinkName(sink), [=](benchmark::State& st) { switchBench(st, sink); });
     add("version/100_lines", versionBench);
+    // Traces per second of four threads together, wall-clock time: the
+    // whole machine's rate, whatever else runs on it.
+    std::string const contended = bench::message(64, false);
+    benchmark::RegisterBenchmark("contended/dbg/file/64",
+                                 [=](benchmark::State& st) { contendedDbgBench(st, contended); })
+        ->Threads(4)
+        ->UseRealTime();
+    benchmark::RegisterBenchmark("contended/spdlog_mt/64",
+                                 [=](benchmark::State& st) { contendedSpdlogBench(st, contended); })
+        ->Threads(4)
+        ->UseRealTime();
 }
 
 }  // namespace

@@ -30,7 +30,9 @@ REFERENCE_ROWS = [
     ("*bare `std::ofstream::write`*", targets.OFSTREAM64),
     ("*bare `std::fwrite`*", "ref/fwrite/64"),
     ("*`std::ostringstream` write + `str()`*", targets.OSTRINGSTREAM64),
-    ("*spdlog, file sink, `%v`*", targets.SPDLOG64),
+    ("*spdlog, thread-safe file sink, `%v`*", targets.SPDLOG_MT64),
+    ("*spdlog, single-threaded file sink, `%v`*", targets.SPDLOG64),
+    ("*an uncontended `std::mutex` lock and unlock*", targets.MUTEX),
 ]
 
 
@@ -104,12 +106,31 @@ def write_time_ratios(page):
     page.out()
     rows = [
         ("64-byte trace to a file ÷ bare `std::ofstream::write`", targets.FILE64, targets.OFSTREAM64),
-        ("64-byte trace to a file ÷ spdlog", targets.FILE64, targets.SPDLOG64),
+        ("64-byte trace to a file ÷ spdlog, thread-safe sink", targets.FILE64, targets.SPDLOG_MT64),
+        ("64-byte trace to a file ÷ spdlog, single-threaded sink", targets.FILE64, targets.SPDLOG64),
         ("64-byte trace to the IMC sink ÷ `std::ostringstream` write + `str()`",
          targets.IMC64, targets.OSTRINGSTREAM64),
         ("snprintf dump ÷ `hexaDump`, 256 bytes", targets.SNPRINTF_DUMP256, targets.HEXADUMP256),
     ]
     page.table(["Ratio", "Time"], [[label, page.time_ratio(a, b)] for label, a, b in rows])
+
+
+def write_contended(page):
+    page.out("### Four threads tracing into one file")
+    page.out()
+    page.out("Four threads each trace 64 bytes into the same file as fast as they can: the traces of all "
+             "four per second of wall-clock time, the median of 5 repetitions; the library's output lock "
+             "beside spdlog's thread-safe file sink. Reported only: it moves with the host's cores and "
+             "load, and on a 2-core host four threads share two.")
+    page.out()
+
+    def rate(name):
+        value = page.results.get(name, {}).get("per_second")
+        return "–" if value is None else f"{value / 1e6:.2f} million"
+
+    page.table(["Traces per second, 4 threads", "Rate"],
+               [["`DBG_Log::trace`, file sink", rate(targets.CONTENDED_DBG)],
+                ["spdlog, thread-safe file sink, `%v`", rate(targets.CONTENDED_SPDLOG)]])
 
 
 def write_traces(page):
@@ -151,8 +172,9 @@ def write_sizes(page):
             (f"error with \"%\", {sink}", f"error/{sink}/{{size}}/percent/short"),
         ]
     rows += [
-        ("*spdlog*", "ref/spdlog/{size}/plain"),
-        ("*spdlog, \"%\" text*", "ref/spdlog/{size}/percent"),
+        ("*spdlog, thread-safe sink*", "ref/spdlog_mt/{size}/plain"),
+        ("*spdlog, single-threaded sink*", "ref/spdlog/{size}/plain"),
+        ("*spdlog, single-threaded sink, \"%\" text*", "ref/spdlog/{size}/percent"),
         ("*`std::ofstream::write`*", "ref/ofstream_write/{size}"),
         ("*`std::fwrite`*", "ref/fwrite/{size}"),
         ("*`std::ostringstream` write + `str()`*", "ref/ostringstream_str/{size}"),
@@ -164,7 +186,8 @@ def write_sizes(page):
     page.out()
     ratios = [
         ("file ÷ `ofstream::write`", "trace/file/{size}/plain/short", "ref/ofstream_write/{size}"),
-        ("file ÷ spdlog", "trace/file/{size}/plain/short", "ref/spdlog/{size}/plain"),
+        ("file ÷ spdlog, thread-safe sink", "trace/file/{size}/plain/short", "ref/spdlog_mt/{size}/plain"),
+        ("file ÷ spdlog, single-threaded sink", "trace/file/{size}/plain/short", "ref/spdlog/{size}/plain"),
         ("IMC ÷ `ostringstream` + `str()`", "trace/imc/{size}/plain/short", "ref/ostringstream_str/{size}"),
     ]
     page.table(header, [[label] + [page.time_ratio(a.format(size=s), b.format(size=s)) for s in SIZES]
@@ -257,7 +280,10 @@ def write_board(page, boards, host_cases, host_load, host_load_counts):
                 for label, name in BOARD_ROWS])
     ratios = [
         ("64-byte trace to a file ÷ bare `std::ofstream::write`", targets.FILE64, targets.OFSTREAM64),
-        ("64-byte trace to a file ÷ spdlog (file sink, `%v`)", targets.FILE64, targets.SPDLOG64),
+        ("64-byte trace to a file ÷ spdlog (thread-safe file sink, `%v`)", targets.FILE64, targets.SPDLOG_MT64),
+        ("64-byte trace to a file ÷ spdlog (single-threaded file sink, `%v`)", targets.FILE64, targets.SPDLOG64),
+        ("the output lock (an uncontended `std::mutex` lock and unlock) ÷ 64-byte trace to a file",
+         targets.MUTEX, targets.FILE64),
         ("64-byte trace with \"%\" ÷ without, file sink", "trace/file/64/percent/short", targets.FILE64),
         ("64-byte error ÷ trace, file sink", targets.ERROR64, targets.FILE64),
         ("64-byte trace with \"%\" ÷ without, console sink", "trace/console/64/percent/short",
@@ -294,7 +320,7 @@ def write_board(page, boards, host_cases, host_load, host_load_counts):
     page.out("Sizes for powerpc, optimised (the same flags for both) and stripped: libdbg.so "
              f"{boards['cxx11'].sizes['libdbg'][0]:,.0f} bytes (cxx11 ABI), "
              f"{boards['legacy'].sizes['libdbg'][0]:,.0f} bytes (legacy ABI); spdlog as the reference uses it "
-             f"(file sink, `%v` pattern, `info`; header-only, fmt header-only), alone in a shared "
+             f"(thread-safe file sink, `%v` pattern, `info`; header-only, fmt header-only), alone in a shared "
              f"library, {boards['cxx11'].sizes['spdlog'][0]:,.0f} bytes (cxx11 ABI).")
     page.out()
 
@@ -306,7 +332,7 @@ def write_instruction_plot_data(counts, boards, path):
             ("trace with %, file", "trace/file/64/percent/short"), ("error, file", targets.ERROR64),
             ("trace, console", "trace/console/64/plain/short"), ("trace, IMC", targets.IMC64),
             ("ofstream::write", targets.OFSTREAM64), ("fwrite", "ref/fwrite/64"),
-            ("spdlog", targets.SPDLOG64)]
+            ("spdlog, thread-safe", targets.SPDLOG_MT64), ("spdlog, single-threaded", targets.SPDLOG64)]
     with open(path, "w") as stream:
         stream.write("# operation x86-64 PowerPC-cxx11 PowerPC-legacy (instructions per 64-byte operation)\n")
         for label, name in rows:
@@ -378,6 +404,7 @@ def main():
     write_targets(page, checks)
     write_time_ratios(page)
     write_traces(page)
+    write_contended(page)
     write_sizes(page)
     write_others(page)
     if boards:

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fstream>
 #include <memory>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -47,6 +48,17 @@ void count(char const* name, Operation operation)
 std::string scratch(char const* directory, char const* name)
 {
     return std::string(directory) + "/" + name;
+}
+
+// spdlog as a project would set it up to write exactly the message: a file
+// sink (FileSink: the single-threaded one or the one with a lock), "%v".
+template <typename FileSink>
+void countSpdlog(char const* name, std::string const& path, std::string const& text)
+{
+    spdlog::logger logger("count", std::make_shared<FileSink>(path, true));
+    logger.set_formatter(
+        std::make_unique<spdlog::pattern_formatter>("%v", spdlog::pattern_time_type::local, std::string()));
+    count(name, [&] { logger.info(text); });
 }
 
 }  // namespace
@@ -108,13 +120,17 @@ int main(int argc, char** argv)
             stream.seekp(0);
         });
     }
+    countSpdlog<spdlog::sinks::basic_file_sink_st>("ref/spdlog/64/plain", scratch(directory, "dbg-count-spdlog.txt"),
+                                                   plain);
+    countSpdlog<spdlog::sinks::basic_file_sink_mt>("ref/spdlog_mt/64/plain",
+                                                   scratch(directory, "dbg-count-spdlog.txt"), plain);
     {
-        auto sink = std::make_shared<spdlog::sinks::basic_file_sink_st>(
-            scratch(directory, "dbg-count-spdlog.txt"), true);
-        spdlog::logger logger("count", sink);
-        logger.set_formatter(std::make_unique<spdlog::pattern_formatter>(
-            "%v", spdlog::pattern_time_type::local, std::string()));
-        count("ref/spdlog/64/plain", [&] { logger.info(plain); });
+        // What the output lock costs a trace when no other thread holds it.
+        std::mutex lock;
+        count("ref/mutex/lock_unlock", [&] {
+            lock.lock();
+            lock.unlock();
+        });
     }
 
     std::vector<unsigned char> data(256);
