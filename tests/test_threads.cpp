@@ -277,6 +277,39 @@ TEST_F(ThreadsTest, TracesFromFourThreadsWhileTheOutputSwitchesArriveOnceAndWhol
     EXPECT_EQ(answers, expectedAnswers);
 }
 
+// A module's own switches between the IMC manager and the console, made
+// straight on the manager while four threads trace: every trace once and
+// whole.
+TEST_F(ThreadsTest, DirectSwitchesBetweenImcAndConsoleWhileFourThreadsTrace)
+{
+    std::string console;
+    {
+        CoutCapture capture;
+        std::atomic<int> traced{0};
+        std::vector<std::thread> tracers;
+        for (int t = 0; t < tracingThreads; ++t)
+            tracers.emplace_back([t, &traced] { traceAll(t, &traced); });
+        for (int k = 0; traced < tracingThreads * tracesPerThread(); ++k) {
+            if (k % 2 == 0)
+                manager->setImcOutput();
+            else
+                manager->setConsoleOutput();
+            std::this_thread::sleep_for(50us);
+        }
+        for (std::thread& tracer : tracers)
+            tracer.join();
+        manager->setConsoleOutput();
+        console = capture.text();
+    }
+    Arrivals arrivals;
+    readTraces("console", console, &arrivals);
+    readTraces("IMC", imcTraceTexts(imcStream.str(), &arrivals.garbage), &arrivals);
+    EXPECT_EQ(arrivals.garbage, std::vector<std::string>());
+    EXPECT_EQ(arrivals.counts.size(), std::size_t(tracingThreads * tracesPerThread()));
+    for (auto const& arrival : arrivals.counts)
+        EXPECT_EQ(arrival.second, 1) << "trace " << arrival.first.first << " " << arrival.first.second;
+}
+
 TEST_F(ThreadsTest, TwoThreadsTracingIntoOneFileLeaveEveryTraceWhole)
 {
     std::string const file = scratch->file("both.trace");
