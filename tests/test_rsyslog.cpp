@@ -9,10 +9,7 @@
 // last buffer's worth before each same-name selection, which the host
 // writes and at once empties away itself; duplicates and traces out of order
 // only just after the restarts.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,13 +28,16 @@
 #include <gtest/gtest.h>
 
 #include "ChildProcess.h"
+#include "Rsyslogd.h"
 #include "TestSupport.h"
 #include "TracingHost.h"
 
 namespace {
 
-char const rsyslogd[] = "/usr/sbin/rsyslogd";
 char const gatewayName[] = "gateway-1";
+// The address the gateway connects from: the collector files by it.
+char const gatewayAddress[] = "127.0.0.2";
+char const gatewayCertificate[] = "gateway-1.gateways.example.org";
 constexpr int rotations = 20;
 // What the host's file stream holds before it writes: at most this much of
 // the traces before a same-name selection is emptied away with the file.
@@ -45,9 +45,15 @@ constexpr std::size_t streamBuffer = 8192;
 // Lines of the collector's file, from where it stood when a restart began,
 // within which duplicates and traces out of order are allowed.
 constexpr std::size_t restartWindow = 6000;
-// RELP resends what the collector had not acknowledged: at most its window
-// (128 unacknowledged lines by default) per restart.
-constexpr std::size_t duplicatesAllowed = 2 * 128;
+// What may come again per restart: imfile's last batch, read again when the
+// gateway's side crashed before it saved its position (at most what the
+// host wrote at once, its buffer), or RELP's window (128 lines), sent again
+// when the collector went before it acknowledged them.
+constexpr std::size_t duplicatesPerRestart = 128;
+// RELP's window: what was on the wire when the collector went, sent again
+// from the gateway's memory once it is back, unless the gateway's side
+// ends first.
+constexpr std::size_t relpWindow = 128;
 
 using Clock = std::chrono::steady_clock;
 
@@ -80,35 +86,6 @@ std::vector<std::string> linesOf(std::string const& text)
     return lines;
 }
 
-// A TCP port on the loopback that nothing listens on now.
-int freeLoopbackPort()
-{
-    int const probe = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    int port = -1;
-    if (probe >= 0 && bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-        getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == 0)
-        port = ntohs(address.sin_port);
-    if (probe >= 0)
-        close(probe);
-    return port;
-}
-
-bool somethingListensOn(int port)
-{
-    int const probe = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(std::uint16_t(port));
-    bool const connected = connect(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    close(probe);
-    return connected;
-}
-
 // What the collector's file says of the traces the host wrote.
 struct Delivery {
     std::vector<std::string> problems;
@@ -116,7 +93,9 @@ struct Delivery {
     std::size_t emptiedBySelection = 0;  // the host's own, at same-name selections
     std::size_t cutLines = 0;
     std::size_t duplicates = 0;
+    std::size_t duplicatesAtRotations = 0;  // the renamed file's last write
     std::size_t outOfOrder = 0;
+    std::size_t lostInFlight = 0;  // on the wire when the collector went, and the gateway's side ended too
 };
 
 class Pipeline : public ::testing::Test {
@@ -124,79 +103,53 @@ protected:
     void SetUp() override
     {
         signal(SIGPIPE, SIG_IGN);
-        ASSERT_EQ(access(rsyslogd, X_OK), 0) << rsyslogd << " is missing: ./run test installs rsyslog";
+        ASSERT_EQ(access(rsyslogdPath, X_OK), 0) << rsyslogdPath << " is missing: ./run test installs rsyslog";
         ASSERT_EQ(access(logrotatePath, X_OK), 0) << logrotatePath << " is missing: ./run test installs logrotate";
-        scratch = plainScratchDir();
         traceFile = scratch->file("gateway.trace");
-        collectedFile = scratch->file("gateways/" + std::string(gatewayName) + ".trace");
         environment = {"LC_ALL=C", "XDG_RUNTIME_DIR=" + scratch->path()};
-        for (char const* directory : {"forwarder-work", "collector-work", "gateways"})
-            ASSERT_EQ(mkdir(scratch->file(directory).c_str(), 0700), 0) << directory;
+        ASSERT_EQ(mkdir(scratch->file("gateways").c_str(), 0700), 0);
+        ASSERT_NO_FATAL_FAILURE(makeFleetPki(scratch->file("pki"), {"collector.example.org", gatewayCertificate}));
         port = freeLoopbackPort();
         ASSERT_GT(port, 0);
     }
 
-    // The shipped configurations, each included by a main file of this
-    // run's own: its work directory, the gateway's name, loopback, this
-    // run's port and files, and omrelp retrying every second.
+    // The shipped configurations (or, for `Configurations::Old`, those
+    // shipped before), each included by a main file of this run's own: its
+    // work directory, the gateway's name, loopback, this run's port, files
+    // and certificates, and omrelp retrying every second.
     void writeConfigurations(bool reopenOnTruncate)
     {
-        std::string gatewaySide = readFile(DBG_RSYSLOG_GATEWAY_EXAMPLE);
-        ASSERT_TRUE(replaceOnce(gatewaySide, "File=\"/var/log/gateway/gateway.trace\"", "File=\"" + traceFile + "\""));
-        ASSERT_TRUE(replaceOnce(gatewaySide, "target=\"collector.example.org\"", "target=\"127.0.0.1\""));
-        ASSERT_TRUE(replaceOnce(gatewaySide, "port=\"2514\"", "port=\"" + std::to_string(port) + "\""));
-        ASSERT_TRUE(replaceOnce(gatewaySide, "action.resumeInterval=\"30\"", "action.resumeInterval=\"1\""));
+        bool const old = configurations == Configurations::Old;
+        std::string gateway = gatewaySide(readFile(old ? DBG_RSYSLOG_OLD_GATEWAY : DBG_RSYSLOG_GATEWAY_EXAMPLE),
+                                          traceFile, port, gatewayAddress,
+                                          scratch->file("pki/" + std::string(gatewayCertificate) + "/"));
         if (!reopenOnTruncate) {
-            ASSERT_TRUE(replaceOnce(gatewaySide, "reopenOnTruncate=\"on\"", "reopenOnTruncate=\"off\""));
+            ASSERT_EQ(replaceAll(gateway, "reopenOnTruncate=\"on\"", "reopenOnTruncate=\"off\""), 2);
         }
-        writeFile(scratch->file("gateway.conf"), gatewaySide);
-        writeFile(scratch->file("forwarder.conf"), "global(workDirectory=\"" + scratch->file("forwarder-work") +
-                                                       "\" localHostName=\"" + gatewayName + "\")\ninclude(file=\"" +
-                                                       scratch->file("gateway.conf") + "\")\n");
-
-        std::string collector = readFile(DBG_RSYSLOG_COLLECTOR_EXAMPLE);
-        ASSERT_TRUE(replaceOnce(collector, "value=\"/var/log/gateways/\"",
-                                "value=\"" + scratch->file("gateways/") + "\""));
-        ASSERT_TRUE(replaceOnce(collector, "port=\"2514\"",
-                                "address=\"127.0.0.1\" port=\"" + std::to_string(port) + "\""));
-        writeFile(scratch->file("collector.conf"), collector);
-        writeFile(scratch->file("central.conf"), "global(workDirectory=\"" + scratch->file("collector-work") +
-                                                     "\")\ninclude(file=\"" + scratch->file("collector.conf") +
-                                                     "\")\n");
-    }
-
-    void startRsyslogd(ChildProcess& daemon, std::string const& name)
-    {
-        std::string const pidFile = scratch->file(name + ".pid");
-        unlink(pidFile.c_str());
-        ASSERT_EQ(daemon.start(rsyslogd, {"-n", "-f", scratch->file(name + ".conf"), "-i", pidFile},
-                               ChildProcess::Terminal::Pipe, environment),
-                  "");
-        auto const deadline = Clock::now() + std::chrono::seconds(20);
-        while (!fileExists(pidFile) && daemon.running() && Clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        ASSERT_TRUE(daemon.running()) << "rsyslogd " << name << " ended, status " << daemon.lastStatus();
-        ASSERT_TRUE(fileExists(pidFile)) << "rsyslogd " << name << " did not start";
+        if (configurations == Configurations::WithoutTheRotatedFile) {
+            std::size_t const named = gateway.find("File=\"" + traceFile + ".1\"");
+            ASSERT_NE(named, std::string::npos);
+            std::size_t const begin = gateway.rfind("input(", named);
+            gateway.erase(begin, gateway.find(")\n", named) + 2 - begin);
+        }
+        forwarder.configure(gateway, gatewayName);
+        collector.configure(collectorSide(readFile(old ? DBG_RSYSLOG_OLD_COLLECTOR : DBG_RSYSLOG_COLLECTOR_EXAMPLE),
+                                          scratch->file("gateways/"), port,
+                                          scratch->file("pki/collector.example.org/")));
+        // The old collector filed by the host name the message claims.
+        collectedFile = scratch->file("gateways/" + std::string(old ? gatewayName : gatewayAddress) + ".trace");
     }
 
     void startCollector()
     {
-        ASSERT_NO_FATAL_FAILURE(startRsyslogd(collector, "central"));
+        ASSERT_NO_FATAL_FAILURE(collector.start(environment));
         auto const deadline = Clock::now() + std::chrono::seconds(20);
         while (!somethingListensOn(port) && Clock::now() < deadline)
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         ASSERT_TRUE(somethingListensOn(port)) << "the collector does not listen on port " << port;
     }
 
-    void startForwarder() { ASSERT_NO_FATAL_FAILURE(startRsyslogd(forwarder, "forwarder")); }
-
-    static void stopRsyslogd(ChildProcess& daemon)
-    {
-        daemon.signal(SIGTERM);
-        int status = -1;
-        ASSERT_TRUE(daemon.waitExit(status, 20000)) << "rsyslogd still running";
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "rsyslogd status " << status;
-    }
+    void startForwarder() { ASSERT_NO_FATAL_FAILURE(forwarder.start(environment)); }
 
     // Where the collector's file stands now, in lines.
     std::size_t collectedLines()
@@ -207,19 +160,70 @@ protected:
         return std::size_t(std::count(text.begin(), text.end(), '\n'));
     }
 
-    // Stops `daemon` (the collector or the gateway's side), leaves it away
-    // for `secondsAway` and starts it again; notes where the collector's
-    // file stood.
-    void restart(ChildProcess& daemon, int secondsAway)
+    // The step of the last trace in the collector's file, or -1.
+    long lastCollected()
+    {
+        std::vector<std::string> const lines = fileExists(collectedFile) ? linesOf(readFile(collectedFile))
+                                                                         : std::vector<std::string>();
+        for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+            std::size_t const blank = line->find(' ');
+            if (blank != std::string::npos && stepOf(line->substr(blank + 1)) >= 0)
+                return stepOf(line->substr(blank + 1));
+        }
+        return -1;
+    }
+
+    // Ends `daemon` (the collector or the gateway's side), stopped or
+    // crashed; notes where the collector's file stood and, for the
+    // collector, its last trace.
+    void end(Rsyslogd& daemon, bool crash)
     {
         restartsAt.push_back(collectedLines());
-        ASSERT_NO_FATAL_FAILURE(stopRsyslogd(daemon));
-        std::this_thread::sleep_for(std::chrono::seconds(secondsAway));
+        if (&daemon == &collector)
+            collectorWentAfter.push_back(lastCollected());
+        if (crash) {
+            ASSERT_NO_FATAL_FAILURE(daemon.crash());
+        } else {
+            ASSERT_NO_FATAL_FAILURE(daemon.stop());
+        }
+    }
+
+    void startAgain(Rsyslogd& daemon)
+    {
         if (&daemon == &collector) {
             ASSERT_NO_FATAL_FAILURE(startCollector());
         } else {
             ASSERT_NO_FATAL_FAILURE(startForwarder());
         }
+    }
+
+    // Ends `daemon`, leaves it away for `secondsAway` and starts it again.
+    void restart(Rsyslogd& daemon, int secondsAway, bool crash = false)
+    {
+        ASSERT_NO_FATAL_FAILURE(end(daemon, crash));
+        std::this_thread::sleep_for(std::chrono::seconds(secondsAway));
+        ASSERT_NO_FATAL_FAILURE(startAgain(daemon));
+    }
+
+    // The step of the trace file's first trace, once the host wrote it.
+    void noteFirstNew(std::vector<unsigned long>& firstNew)
+    {
+        ASSERT_NO_FATAL_FAILURE(host.waitForTraces(traceFile));
+        std::vector<std::string> const lines = linesOf(readFile(traceFile));
+        ASSERT_FALSE(lines.empty());
+        long const step = stepOf(lines.front());
+        ASSERT_GE(step, 0) << "the file does not begin with a whole trace: " << lines.front();
+        firstNew.push_back(static_cast<unsigned long>(step));
+    }
+
+    // The shipped logrotate configuration forced once; notes the step of
+    // the new file's first trace.
+    void rotate(std::string const& rotation)
+    {
+        std::string messages;
+        ASSERT_EQ(forceLogrotate(*scratch, rotation, messages), 0) << "rotation:\n" << messages;
+        EXPECT_EQ(messages, "");
+        ASSERT_NO_FATAL_FAILURE(noteFirstNew(rotationsFirstNew));
     }
 
     // "DBG out file" with the current name, through dbgctl; notes the step
@@ -231,12 +235,7 @@ protected:
             "XDG_RUNTIME_DIR='" + scratch->path() + "' " + toolPath("dbgctl") + " DBG out file " + traceFile, status);
         ASSERT_EQ(status, 0) << answer;
         ASSERT_EQ(answer, "Debug Output set to file " + traceFile + "\n");
-        ASSERT_NO_FATAL_FAILURE(host.waitForTraces(traceFile));
-        std::vector<std::string> const lines = linesOf(readFile(traceFile));
-        ASSERT_FALSE(lines.empty());
-        long const firstNew = stepOf(lines.front());
-        ASSERT_GE(firstNew, 0) << "the file does not begin with a whole trace: " << lines.front();
-        selectionsFirstNew.push_back(static_cast<unsigned long>(firstNew));
+        ASSERT_NO_FATAL_FAILURE(noteFirstNew(selectionsFirstNew));
     }
 
     // The host tracing into its file, the collector and the gateway's
@@ -264,14 +263,21 @@ protected:
         while (Clock::now() < deadline &&
                (!fileExists(collectedFile) || readFile(collectedFile).find(wanted) == std::string::npos))
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        ASSERT_NO_FATAL_FAILURE(stopRsyslogd(forwarder));
-        ASSERT_NO_FATAL_FAILURE(stopRsyslogd(collector));
+        ASSERT_NO_FATAL_FAILURE(forwarder.stop());
+        ASSERT_NO_FATAL_FAILURE(collector.stop());
     }
 
     // What the collector's file says of the traces from `first` to `last`.
     Delivery delivery();
+    // One line on what a run saw, for the log.
+    void report(Delivery const& result, Clock::time_point began);
+    // The crashes of either side at their worst moments, with traffic and
+    // rotations by the shipped logrotate configuration `rotation`.
+    void crashAtTheWorstMoments(std::string const& rotation);
 
-    std::unique_ptr<ScratchDir> scratch;
+    enum class Configurations { Shipped, Old, WithoutTheRotatedFile };
+    Configurations configurations = Configurations::Shipped;
+    std::unique_ptr<ScratchDir> scratch = plainScratchDir();
     std::string traceFile;
     std::string collectedFile;
     std::vector<std::string> environment;
@@ -279,10 +285,16 @@ protected:
     unsigned long first = 0;
     unsigned long last = 0;
     std::vector<unsigned long> selectionsFirstNew;
+    std::vector<unsigned long> rotationsFirstNew;
     std::vector<std::size_t> restartsAt;
+    // The last trace the collector had filed when it went, each time.
+    std::vector<long> collectorWentAfter;
+    // Of those, the ones after which the gateway's side ended too before
+    // the collector came back: what was on the wire then is lost.
+    std::vector<long> inFlightMayBeLostAfter;
     // Stopped in this order, last declared first, when a test ends early.
-    ChildProcess collector;
-    ChildProcess forwarder;
+    Rsyslogd collector{*scratch, "central"};
+    Rsyslogd forwarder{*scratch, "forwarder"};
     TracingHost host;
 };
 
@@ -316,7 +328,17 @@ Delivery Pipeline::delivery()
         arrived.push_back(step);
     }
 
-    // Duplicates and traces out of order, each just after a restart.
+    // Duplicates and traces out of order, each just after a restart, but
+    // for the gateway's last write into a renamed file: read both by the
+    // input that follows the file and by the one on the rotated name.
+    auto const inLastWriteBeforeRotation = [&](long step) {
+        return std::any_of(rotationsFirstNew.begin(), rotationsFirstNew.end(), [&](unsigned long firstNew) {
+            std::size_t bytes = 0;
+            for (unsigned long each = static_cast<unsigned long>(step); each < firstNew; ++each)
+                bytes += trafficTrace(each).size();
+            return step >= 0 && static_cast<unsigned long>(step) < firstNew && bytes <= streamBuffer;
+        });
+    };
     std::set<long> seen;
     long highest = -1;
     for (std::size_t index = 0; index < arrived.size(); ++index) {
@@ -326,8 +348,12 @@ Delivery Pipeline::delivery()
         bool const again = !seen.insert(step).second;
         bool const back = step < highest;
         highest = std::max(highest, step);
-        result.duplicates += again;
         result.outOfOrder += back && !again;
+        if (again && inLastWriteBeforeRotation(step)) {
+            ++result.duplicatesAtRotations;
+            continue;
+        }
+        result.duplicates += again;
         bool const nearRestart = std::any_of(restartsAt.begin(), restartsAt.end(), [&](std::size_t at) {
             return index >= at && index < at + restartWindow;
         });
@@ -335,6 +361,7 @@ Delivery Pipeline::delivery()
             result.problems.push_back("trace " + std::to_string(step) + (again ? " again" : " out of order") +
                                       " at line " + std::to_string(index + 1) + ", away from the restarts");
     }
+    std::size_t const duplicatesAllowed = restartsAt.size() * duplicatesPerRestart;
     if (result.duplicates > duplicatesAllowed)
         result.problems.push_back(std::to_string(result.duplicates) + " duplicates, more than " +
                                   std::to_string(duplicatesAllowed));
@@ -359,6 +386,15 @@ Delivery Pipeline::delivery()
                              std::count(selectionsFirstNew.begin(), selectionsFirstNew.end(), run.second + 1) > 0;
         if (emptied) {
             result.emptiedBySelection += run.second - run.first + 1;
+            continue;
+        }
+        bool const inFlight = std::any_of(inFlightMayBeLostAfter.begin(), inFlightMayBeLostAfter.end(),
+                                          [&](long after) {
+                                              return long(run.first) > after &&
+                                                     run.second < static_cast<unsigned long>(after) + relpWindow;
+                                          });
+        if (inFlight) {
+            result.lostInFlight += run.second - run.first + 1;
             continue;
         }
         std::string problem = "traces " + std::to_string(run.first) + " to " + std::to_string(run.second) +
@@ -393,6 +429,58 @@ std::string joined(std::vector<std::string> const& problems)
     return text;
 }
 
+void Pipeline::report(Delivery const& result, Clock::time_point began)
+{
+    std::cout << "rsyslog pipeline: traces " << first << " to " << last << " (" << result.traces << "), "
+              << rotationsFirstNew.size() << " rotations, " << selectionsFirstNew.size() << " same-name selections ("
+              << result.emptiedBySelection << " traces emptied by the host, " << result.cutLines
+              << " cut lines), " << restartsAt.size() << " restarts, " << result.duplicates
+              << " duplicates after them, " << result.duplicatesAtRotations << " at rotations, "
+              << result.outOfOrder << " out of order, " << result.lostInFlight << " lost in flight, "
+              << std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - began).count() << " s\n";
+}
+
+void Pipeline::crashAtTheWorstMoments(std::string const& rotation)
+{
+    ASSERT_NO_FATAL_FAILURE(startPipeline(true));
+    auto const settle = [this] {
+        ASSERT_NO_FATAL_FAILURE(host.waitForTraces(traceFile));
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    };
+    // The gateway's side crashes just as the gateway wrote its last buffer
+    // into the renamed file.
+    ASSERT_NO_FATAL_FAILURE(settle());
+    ASSERT_NO_FATAL_FAILURE(rotate(rotation));
+    ASSERT_NO_FATAL_FAILURE(restart(forwarder, 1, true));
+    // The collector crashes under traffic.
+    ASSERT_NO_FATAL_FAILURE(settle());
+    ASSERT_NO_FATAL_FAILURE(restart(collector, 2, true));
+    // The collector crashes; while it is away the file is rotated and the
+    // gateway's side crashes too: the backlog, part of it in the rotated
+    // file, is only in the files.
+    ASSERT_NO_FATAL_FAILURE(settle());
+    ASSERT_NO_FATAL_FAILURE(end(collector, true));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    ASSERT_NO_FATAL_FAILURE(rotate(rotation));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    ASSERT_NO_FATAL_FAILURE(end(forwarder, true));
+    inFlightMayBeLostAfter.push_back(collectorWentAfter.back());
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    ASSERT_NO_FATAL_FAILURE(startAgain(forwarder));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+    ASSERT_NO_FATAL_FAILURE(startAgain(collector));
+    // The gateway's side crashes while that backlog goes out.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    ASSERT_NO_FATAL_FAILURE(restart(forwarder, 1, true));
+    // And once more, a while after a rotation.
+    ASSERT_NO_FATAL_FAILURE(settle());
+    ASSERT_NO_FATAL_FAILURE(rotate(rotation));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    ASSERT_NO_FATAL_FAILURE(restart(forwarder, 1, true));
+    ASSERT_NO_FATAL_FAILURE(settle());
+    ASSERT_NO_FATAL_FAILURE(stopPipeline());
+}
+
 TEST_F(Pipeline, RotationsSameNameSelectionsAndRestartsLoseNoTraceOfTheFile)
 {
     auto const began = Clock::now();
@@ -402,10 +490,7 @@ TEST_F(Pipeline, RotationsSameNameSelectionsAndRestartsLoseNoTraceOfTheFile)
     for (int round = 1; round <= rotations; ++round) {
         ASSERT_NO_FATAL_FAILURE(host.waitForTraces(traceFile));
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        std::string messages;
-        ASSERT_EQ(forceLogrotate(*scratch, rotation, messages), 0) << "rotation " << round << ":\n" << messages;
-        EXPECT_EQ(messages, "");
-        ASSERT_NO_FATAL_FAILURE(host.waitForTraces(traceFile));
+        ASSERT_NO_FATAL_FAILURE(rotate(rotation));
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
         if (round == 4 || round == 12) {
             ASSERT_NO_FATAL_FAILURE(selectSameFileAgain());
@@ -421,12 +506,61 @@ TEST_F(Pipeline, RotationsSameNameSelectionsAndRestartsLoseNoTraceOfTheFile)
     EXPECT_EQ(joined(result.problems), "");
     EXPECT_EQ(selectionsFirstNew.size(), 2u);
     EXPECT_EQ(restartsAt.size(), 2u);
-    std::cout << "rsyslog pipeline: traces " << first << " to " << last << " (" << result.traces << "), "
-              << rotations << " rotations, " << selectionsFirstNew.size() << " same-name selections ("
-              << result.emptiedBySelection << " traces emptied by the host, " << result.cutLines
-              << " cut lines), " << restartsAt.size() << " restarts, " << result.duplicates << " duplicates, "
-              << result.outOfOrder << " out of order, "
-              << std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - began).count() << " s\n";
+    report(result, began);
+}
+
+// SIGKILL of either rsyslogd at its worst moment loses no trace of the
+// files: the files are the queue, imfile saves its position only behind
+// what it sent, and reads the rotated file on after a restart.
+TEST_F(Pipeline, CrashesOfEitherSideLoseNoTraceOfTheFiles)
+{
+    auto const began = Clock::now();
+    std::string rotation = readFile(DBG_LOGROTATE_EXAMPLE);
+    ASSERT_TRUE(adaptLogrotateExample(rotation, traceFile, 10));
+    ASSERT_NO_FATAL_FAILURE(crashAtTheWorstMoments(rotation));
+
+    Delivery const result = delivery();
+    EXPECT_EQ(joined(result.problems), "");
+    report(result, began);
+}
+
+// The configurations shipped before, through the same crashes: the lines
+// waiting in rsyslogd's memory and the rotated file's unsent tail are lost,
+// and a crash brings back far more than a batch. Each check names it.
+TEST_F(Pipeline, TheOldConfigurationsLoseTheBacklogAtACrash)
+{
+    auto const began = Clock::now();
+    configurations = Configurations::Old;
+    std::string rotation = readFile(DBG_LOGROTATE_EXAMPLE);
+    ASSERT_TRUE(adaptLogrotateExample(rotation, traceFile, 10));
+    ASSERT_NO_FATAL_FAILURE(crashAtTheWorstMoments(rotation));
+
+    Delivery const result = delivery();
+    std::string const problems = joined(result.problems);
+    EXPECT_NE(problems.find(" lost ("), std::string::npos) << problems;
+    EXPECT_NE(problems.find(" duplicates, more than "), std::string::npos) << problems;
+    report(result, began);
+    std::cout << problems.substr(0, 2000);
+}
+
+// The shipped gateway side without its input on the rotated name: after
+// the crash while the collector was away, imfile follows only the new file,
+// and the rotated file's unsent tail is lost. The check names it.
+TEST_F(Pipeline, WithoutTheInputOnTheRotatedNameItsUnsentTailIsLost)
+{
+    auto const began = Clock::now();
+    configurations = Configurations::WithoutTheRotatedFile;
+    std::string rotation = readFile(DBG_LOGROTATE_EXAMPLE);
+    ASSERT_TRUE(adaptLogrotateExample(rotation, traceFile, 10));
+    ASSERT_NO_FATAL_FAILURE(crashAtTheWorstMoments(rotation));
+
+    Delivery const result = delivery();
+    std::string const problems = joined(result.problems);
+    // The rotation while the collector was away is the second.
+    std::string const lostUpTo = " to " + std::to_string(rotationsFirstNew.at(1) - 1) + " lost (";
+    EXPECT_NE(problems.find(lostUpTo), std::string::npos) << problems;
+    report(result, began);
+    std::cout << problems.substr(0, 2000);
 }
 
 // The same pipeline without reopenOnTruncate: imfile waits at its old

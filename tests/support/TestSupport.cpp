@@ -57,6 +57,16 @@ bool replaceOnce(std::string& text, std::string const& from, std::string const& 
     return true;
 }
 
+int replaceAll(std::string& text, std::string const& from, std::string const& to)
+{
+    int count = 0;
+    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+        text.replace(at, from.size(), to);
+        ++count;
+    }
+    return count;
+}
+
 std::string hostCommand(std::string const& command, int& status)
 {
     std::string output;

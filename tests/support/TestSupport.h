@@ -30,6 +30,8 @@ long long fileSize(std::string const& path);
 // Replaces the one occurrence of `from` in `text`; false when there is not
 // exactly one.
 bool replaceOnce(std::string& text, std::string const& from, std::string const& to);
+// Replaces every occurrence of `from` in `text`; how many there were.
+int replaceAll(std::string& text, std::string const& from, std::string const& to);
 
 // Standard output of a host command run through the shell (never under the
 // emulator of a cross build), and its exit status.
