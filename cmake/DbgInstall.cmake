@@ -6,7 +6,7 @@
 #   imc-standin      libimc.so.1, the IMC manager stand-in      (libimc1)
 #   imc-standin-dev  its headers, libimc.so, dbg::imc           (libimc-dev)
 #   vcom-standin     the voice enumeration headers, dbg::vcom   (libvcom-dev)
-#   tools            dbgctl, the demo gateway host, the logrotate and rsyslog examples (dbg-tools)
+#   tools            dbgctl, the demo gateway host, dbg-fleet-pki, the logrotate and rsyslog examples (dbg-tools)
 # An image that carries the maker's IMC and voice libraries installs only
 # runtime (and development to build modules against them).
 
@@ -56,6 +56,8 @@ endif()
 
 if(TARGET dbg-gateway)
   install(TARGETS dbgctl dbg-gateway RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  # The lab CA and host certificates for the fleet's RELP in TLS.
+  install(PROGRAMS tools/dbg-fleet-pki DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   # Rotation of a trace file that loses nothing: rename, then the same name
   # again through dbgctl.
   install(FILES examples/logrotate/dbg-gateway

@@ -50,7 +50,7 @@ if(DBG_INSTALL_DEBIAN_DOCS)
   if(NOT dbg_gzip_result EQUAL 0)
     message(FATAL_ERROR "gzip of changelog.Debian failed: ${dbg_gzip_result}")
   endif()
-  foreach(page dbgctl dbg-gateway)
+  foreach(page dbgctl dbg-gateway dbg-fleet-pki)
     configure_file(cmake/debian/${page}.1 ${CMAKE_CURRENT_BINARY_DIR}/debian/${page}.1 COPYONLY)
     execute_process(COMMAND ${DBG_GZIP} -9nf ${CMAKE_CURRENT_BINARY_DIR}/debian/${page}.1)
     install(FILES ${CMAKE_CURRENT_BINARY_DIR}/debian/${page}.1.gz
@@ -267,6 +267,8 @@ target dbg::vcom.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION admin)
 dbg_deb_depends(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${dbg_deb_system_depends}"
   "${dbg_deb_libdbg1} (= ${DBG_DEB_VERSION}), ${dbg_deb_libimc1} (>= 1.0.0)" "libtcl8.6 (>= 8.6.0)")
+# What the examples and dbg-fleet-pki run; the tools work without them.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "logrotate, rsyslog, rsyslog-relp, openssl")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
 "operator tools of the SIP trunk gateway debug library
 dbgctl sends one debug command line to a running gateway host and prints
@@ -275,7 +277,8 @@ dbg-gateway is the demo gateway host: the debug library at work with an
 IMC manager, the console, the command socket dbgctl talks to and
 simulated call traffic. Examples: rotation of a trace file with logrotate,
 and rsyslog configurations that carry the trace files of many gateways
-to one collector over RELP.")
+to one collector over RELP in mutual TLS; dbg-fleet-pki makes a lab CA
+and the hosts' certificates for them.")
 
 if(DBG_LEGACY_STRING_ABI)
   foreach(COMPONENT IN ITEMS RUNTIME DEVELOPMENT IMC-STANDIN IMC-STANDIN-DEV TOOLS)
