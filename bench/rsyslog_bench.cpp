@@ -524,7 +524,7 @@ std::string page()
         << " s: the rsyslogd's CPU time (user and system), what it made the kernel write to storage "
            "(`write_bytes`: the trace file is the host's, not counted here), and the traces the collector "
            "filed meanwhile.\n\n";
-    out << "| | shipped (no queue, imfile's position saved after each batch, RELP in mutual TLS) | "
+    out << "| | shipped (no queue, imfile's position saved as it reads, RELP in mutual TLS) | "
            "old (disk-assisted in-memory queue, RELP without TLS) | shipped, TLS off |\n"
         << "|---|---|---|---|\n";
     auto row = [&](std::string const& label, auto cell) {
