@@ -264,13 +264,17 @@ private:
     std::size_t m_written = 0;
 };
 
-// Waits (for `seconds` at most) until `path` holds `lines` lines.
-bool waitForLines(std::string const& path, std::size_t lines, int seconds)
+// Waits until `path` holds `lines` lines, at most until `deadline`.
+bool waitForLines(std::string const& path, std::size_t lines, Clock::time_point deadline)
 {
-    auto const deadline = Clock::now() + std::chrono::seconds(seconds);
     while (lineCount(path) < lines && Clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     return lineCount(path) >= lines;
+}
+
+bool waitForLines(std::string const& path, std::size_t lines, int seconds)
+{
+    return waitForLines(path, lines, Clock::now() + std::chrono::seconds(seconds));
 }
 
 constexpr int fleetSize = 20;
@@ -302,8 +306,10 @@ TEST_F(RsyslogFleet, TwentyGatewaysClaimingOneNameAreEachFiledWholeAndOnceByThei
             more = writer.writeNext() || more;
         std::this_thread::sleep_for(std::chrono::milliseconds(250));
     }
+    // One minute for the whole fleet, not for each gateway.
+    auto const deadline = Clock::now() + std::chrono::seconds(60);
     for (int number = 1; number <= fleetSize; ++number)
-        EXPECT_TRUE(waitForLines(output + gatewayAddress(number) + ".trace", fleetLines, 60))
+        EXPECT_TRUE(waitForLines(output + gatewayAddress(number) + ".trace", fleetLines, deadline))
             << "gateway " << number << ": " << lineCount(output + gatewayAddress(number) + ".trace") << " of "
             << fleetLines << " lines filed";
     double const delivered = std::chrono::duration<double>(Clock::now() - writing).count();
