@@ -81,15 +81,6 @@ long stepOf(std::string const& line)
     return trafficTrace(step) == line + "\n" ? long(step) : -1;
 }
 
-std::vector<std::string> linesOf(std::string const& text)
-{
-    std::vector<std::string> lines;
-    std::size_t start = 0;
-    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
-        lines.push_back(text.substr(start, end - start));
-    return lines;
-}
-
 // What the collector's file says of the traces the host wrote.
 struct Delivery {
     std::vector<std::string> problems;

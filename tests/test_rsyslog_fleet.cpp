@@ -66,17 +66,6 @@ std::string numberedLines(std::string const& sender, int count)
     return text;
 }
 
-std::vector<std::string> linesOf(std::string const& text)
-{
-    std::vector<std::string> lines;
-    std::size_t start = 0;
-    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
-        lines.push_back(text.substr(start, end - start));
-    if (start < text.size())
-        lines.push_back(text.substr(start));
-    return lines;
-}
-
 std::size_t lineCount(std::string const& path)
 {
     if (!fileExists(path))

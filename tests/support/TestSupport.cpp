@@ -57,6 +57,15 @@ bool replaceOnce(std::string& text, std::string const& from, std::string const& 
     return true;
 }
 
+std::vector<std::string> linesOf(std::string const& text)
+{
+    std::vector<std::string> lines;
+    std::size_t start = 0;
+    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1)
+        lines.push_back(text.substr(start, end - start));
+    return lines;
+}
+
 int replaceAll(std::string& text, std::string const& from, std::string const& to)
 {
     int count = 0;

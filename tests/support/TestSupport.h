@@ -30,6 +30,9 @@ long long fileSize(std::string const& path);
 // Replaces the one occurrence of `from` in `text`; false when there is not
 // exactly one.
 bool replaceOnce(std::string& text, std::string const& from, std::string const& to);
+// The whole lines of `text`, without their line feeds; an unfinished last
+// line is left out.
+std::vector<std::string> linesOf(std::string const& text);
 // Replaces every occurrence of `from` in `text`; how many there were.
 int replaceAll(std::string& text, std::string const& from, std::string const& to);
 
