@@ -266,12 +266,14 @@ protected:
     // What the collector's file says of the traces from `first` to `last`.
     Delivery delivery();
     // One line on what a run saw, for the log.
-    void report(Delivery const& result, Clock::time_point began);
-    // The crashes of either side at their worst moments, with traffic and
-    // rotations by the shipped logrotate configuration `rotation`.
-    void crashAtTheWorstMoments(std::string const& rotation);
-
+    void report(Delivery const& result);
     enum class Configurations { Shipped, Old, WithoutTheRotatedFile };
+    // The crashes of either side at their worst moments through the
+    // `chosen` configurations, with traffic and rotations by the shipped
+    // logrotate configuration.
+    void crashAtTheWorstMoments(Configurations chosen);
+
+    Clock::time_point const began = Clock::now();
     Configurations configurations = Configurations::Shipped;
     std::unique_ptr<ScratchDir> scratch = plainScratchDir();
     std::string traceFile;
@@ -423,7 +425,7 @@ std::string joined(std::vector<std::string> const& problems)
     return text;
 }
 
-void Pipeline::report(Delivery const& result, Clock::time_point began)
+void Pipeline::report(Delivery const& result)
 {
     std::cout << "rsyslog pipeline: traces " << first << " to " << last << " (" << result.traces << "), "
               << rotationsFirstNew.size() << " rotations, " << selectionsFirstNew.size() << " same-name selections ("
@@ -434,8 +436,11 @@ void Pipeline::report(Delivery const& result, Clock::time_point began)
               << std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - began).count() << " s\n";
 }
 
-void Pipeline::crashAtTheWorstMoments(std::string const& rotation)
+void Pipeline::crashAtTheWorstMoments(Configurations chosen)
 {
+    configurations = chosen;
+    std::string rotation = readFile(DBG_LOGROTATE_EXAMPLE);
+    ASSERT_TRUE(adaptLogrotateExample(rotation, traceFile, 10));
     ASSERT_NO_FATAL_FAILURE(startPipeline(true));
     auto const settle = [this] {
         ASSERT_NO_FATAL_FAILURE(host.waitForTraces(traceFile));
@@ -476,7 +481,6 @@ void Pipeline::crashAtTheWorstMoments(std::string const& rotation)
 
 TEST_F(Pipeline, RotationsSameNameSelectionsAndRestartsLoseNoTraceOfTheFile)
 {
-    auto const began = Clock::now();
     std::string rotation = readFile(DBG_LOGROTATE_EXAMPLE);
     ASSERT_TRUE(adaptLogrotateExample(rotation, traceFile, rotations + 1));
     ASSERT_NO_FATAL_FAILURE(startPipeline(true));
@@ -499,22 +503,21 @@ TEST_F(Pipeline, RotationsSameNameSelectionsAndRestartsLoseNoTraceOfTheFile)
     EXPECT_EQ(joined(result.problems), "");
     EXPECT_EQ(selectionsFirstNew.size(), 2u);
     EXPECT_EQ(restartsAt.size(), 2u);
-    report(result, began);
+    report(result);
 }
 
 // SIGKILL of either rsyslogd at its worst moment loses no trace of the
-// files: the files are the queue, imfile saves its position only behind
-// what it sent, and reads the rotated file on after a restart.
+// files but what the gateway's side had sent and the collector not yet
+// filed when the gateway's side crashed: the files are the queue, imfile
+// saves its position only behind what it sent, and reads the rotated file
+// on after a restart.
 TEST_F(Pipeline, CrashesOfEitherSideLoseNoTraceOfTheFiles)
 {
-    auto const began = Clock::now();
-    std::string rotation = readFile(DBG_LOGROTATE_EXAMPLE);
-    ASSERT_TRUE(adaptLogrotateExample(rotation, traceFile, 10));
-    ASSERT_NO_FATAL_FAILURE(crashAtTheWorstMoments(rotation));
+    ASSERT_NO_FATAL_FAILURE(crashAtTheWorstMoments(Configurations::Shipped));
 
     Delivery const result = delivery();
     EXPECT_EQ(joined(result.problems), "");
-    report(result, began);
+    report(result);
 }
 
 // The configurations shipped before, through the same crashes: the lines
@@ -522,17 +525,13 @@ TEST_F(Pipeline, CrashesOfEitherSideLoseNoTraceOfTheFiles)
 // and a crash brings back far more than a batch. Each check names it.
 TEST_F(Pipeline, TheOldConfigurationsLoseTheBacklogAtACrash)
 {
-    auto const began = Clock::now();
-    configurations = Configurations::Old;
-    std::string rotation = readFile(DBG_LOGROTATE_EXAMPLE);
-    ASSERT_TRUE(adaptLogrotateExample(rotation, traceFile, 10));
-    ASSERT_NO_FATAL_FAILURE(crashAtTheWorstMoments(rotation));
+    ASSERT_NO_FATAL_FAILURE(crashAtTheWorstMoments(Configurations::Old));
 
     Delivery const result = delivery();
     std::string const problems = joined(result.problems);
     EXPECT_NE(problems.find(" lost ("), std::string::npos) << problems;
     EXPECT_NE(problems.find(" duplicates, more than "), std::string::npos) << problems;
-    report(result, began);
+    report(result);
     std::cout << problems.substr(0, 2000);
 }
 
@@ -541,11 +540,7 @@ TEST_F(Pipeline, TheOldConfigurationsLoseTheBacklogAtACrash)
 // and the rotated file's unsent tail is lost. The check names it.
 TEST_F(Pipeline, WithoutTheInputOnTheRotatedNameItsUnsentTailIsLost)
 {
-    auto const began = Clock::now();
-    configurations = Configurations::WithoutTheRotatedFile;
-    std::string rotation = readFile(DBG_LOGROTATE_EXAMPLE);
-    ASSERT_TRUE(adaptLogrotateExample(rotation, traceFile, 10));
-    ASSERT_NO_FATAL_FAILURE(crashAtTheWorstMoments(rotation));
+    ASSERT_NO_FATAL_FAILURE(crashAtTheWorstMoments(Configurations::WithoutTheRotatedFile));
 
     Delivery const result = delivery();
     std::string const problems = joined(result.problems);
@@ -560,7 +555,7 @@ TEST_F(Pipeline, WithoutTheInputOnTheRotatedNameItsUnsentTailIsLost)
                           from <= lastRotated && lastRotated <= to);
     }
     EXPECT_TRUE(named) << "trace " << lastRotated << " not named lost:\n" << problems;
-    report(result, began);
+    report(result);
     std::cout << problems.substr(0, 2000);
 }
 
