@@ -83,10 +83,8 @@ double secondsSince(Clock::time_point start)
 std::size_t linesIn(std::string const& directory)
 {
     std::size_t lines = 0;
-    for (std::string const& name : entriesOf(directory)) {
-        std::string const text = readFile(directory + name);
-        lines += std::size_t(std::count(text.begin(), text.end(), '\n'));
-    }
+    for (std::string const& name : entriesOf(directory))
+        lines += lineCount(directory + name);
     return lines;
 }
 
@@ -96,33 +94,6 @@ long long bytesIn(std::string const& directory)
     for (std::string const& name : entriesOf(directory))
         bytes += std::max(0LL, fileSize(directory + name));
     return bytes;
-}
-
-// Whether a socket listens on 127.0.0.1:`port`, from the kernel's table:
-// a connection to find out would be a failed TLS handshake in the
-// collector's messages.
-bool listening(int port)
-{
-    char local[32];
-    std::snprintf(local, sizeof local, "0100007F:%04X", unsigned(port));
-    std::ifstream table("/proc/net/tcp");
-    std::string line;
-    std::getline(table, line);
-    while (std::getline(table, line)) {
-        std::istringstream fields(line);
-        std::string slot, address, remote, state;
-        if (fields >> slot >> address >> remote >> state && address == local && state == "0A")
-            return true;
-    }
-    return false;
-}
-
-void waitUntilListening(int port)
-{
-    auto const deadline = Clock::now() + std::chrono::seconds(20);
-    while (!listening(port) && Clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    ASSERT_TRUE(listening(port)) << "the collector does not listen on port " << port;
 }
 
 // ---- the gateway's side ---------------------------------------------------
@@ -141,17 +112,11 @@ struct GatewayFigures {
     std::size_t tracesWritten = 0;   // by the host in the window
     double cpuSeconds = 0;
     long long writtenBytes = 0;      // by the gateway's rsyslogd
-    // Of those, what a truncation dropped before it reached storage.
-    long long cancelledBytes = 0;
     long long traceBytes = 0;        // the trace file's growth
     double collectorCpuSeconds = 0;
 
     double cpuPerThousand() const { return traces ? cpuSeconds / double(traces) * 1000 : NAN; }
     double writtenPerTrace() const { return traces ? double(writtenBytes) / double(traces) : NAN; }
-    double netWrittenPerTrace() const
-    {
-        return traces ? double(writtenBytes - cancelledBytes) / double(traces) : NAN;
-    }
     double traceBytesPerTrace() const { return traces ? double(traceBytes) / double(traces) : NAN; }
 };
 
@@ -162,28 +127,6 @@ GatewayConfiguration const oldConfiguration{"old", DBG_RSYSLOG_OLD_GATEWAY, DBG_
 GatewayFigures shippedFigures;
 GatewayFigures oldFigures;
 GatewayFigures plainFigures;  // the shipped one, TLS off on both sides
-
-// What /proc/<pid>/io says of `field` ("cancelled_write_bytes:", ...).
-long long ioCounter(pid_t pid, std::string const& field)
-{
-    std::ifstream io("/proc/" + std::to_string(pid) + "/io");
-    for (std::string name; io >> name;) {
-        long long value = 0;
-        io >> value;
-        if (name == field)
-            return value;
-    }
-    ADD_FAILURE() << "no " << field << " for process " << pid;
-    return 0;
-}
-
-std::size_t linesOfFile(std::string const& path)
-{
-    if (!fileExists(path))
-        return 0;
-    std::string const text = readFile(path);
-    return std::size_t(std::count(text.begin(), text.end(), '\n'));
-}
 
 void measureGatewaySide(GatewayConfiguration const& configuration, bool tlsOff, GatewayFigures& figures)
 {
@@ -221,18 +164,16 @@ void measureGatewaySide(GatewayConfiguration const& configuration, bool tlsOff, 
     double const cpu = forwarder.cpuSeconds();
     double const collectorCpu = central.cpuSeconds();
     long long const written = forwarder.bytesWritten();
-    long long const cancelled = ioCounter(forwarder.pid(), "cancelled_write_bytes:");
     long long const traceBytes = fileSize(traceFile);
-    std::size_t const traces = linesOfFile(traceFile);
+    std::size_t const traces = lineCount(traceFile);
     std::size_t const delivered = linesIn(collected);
     ASSERT_GT(delivered, 0u) << configuration.label << ": nothing reached the collector while settling";
     std::this_thread::sleep_for(std::chrono::seconds(windowSeconds));
     figures.cpuSeconds = forwarder.cpuSeconds() - cpu;
     figures.collectorCpuSeconds = central.cpuSeconds() - collectorCpu;
     figures.writtenBytes = forwarder.bytesWritten() - written;
-    figures.cancelledBytes = ioCounter(forwarder.pid(), "cancelled_write_bytes:") - cancelled;
     figures.traceBytes = fileSize(traceFile) - traceBytes;
-    figures.tracesWritten = linesOfFile(traceFile) - traces;
+    figures.tracesWritten = lineCount(traceFile) - traces;
     figures.traces = linesIn(collected) - delivered;
     figures.seconds = secondsSince(began);
 
@@ -246,7 +187,7 @@ void measureGatewaySide(GatewayConfiguration const& configuration, bool tlsOff, 
     figures.measured = true;
     std::cerr << "rsyslog bench: gateway side, " << configuration.label << (tlsOff ? " without TLS" : "") << ": "
               << figures.traces << " traces in " << figures.seconds << " s, " << figures.cpuSeconds << " s CPU, "
-              << figures.writtenBytes << " bytes written, " << figures.cancelledBytes << " of them cancelled\n";
+              << figures.writtenBytes << " bytes written\n";
 }
 
 // ---- the collector ----------------------------------------------------------
@@ -276,16 +217,6 @@ struct CollectorFigures {
 
 CollectorFigures fleetFigures;
 CollectorFigures singleFigures;
-// The 20 gateways again, the collector keeping a file open for each: omfile
-// keeps 10 dynamic files open by default and closes one to open another.
-CollectorFigures widerCacheFigures;
-char const widerCache[] = "dynaFileCacheSize=\"100\"";
-bool const cacheShipped = [] {
-    std::ifstream shipped(DBG_RSYSLOG_COLLECTOR_EXAMPLE);
-    std::string const text((std::istreambuf_iterator<char>(shipped)), std::istreambuf_iterator<char>());
-    return text.find("dynaFileCacheSize") != std::string::npos;
-}();
-
 // `lines` lines of backlogLineBytes bytes each, their line feed included,
 // every one its own.
 void writeBacklog(std::string const& path, std::string const& gateway, std::size_t lines)
@@ -303,9 +234,7 @@ void writeBacklog(std::string const& path, std::string const& gateway, std::size
     writeFile(path, text);
 }
 
-// `omfileParameters`, when not empty, added to the collector's file action.
-void measureCollector(int gateways, std::size_t linesEach, std::string const& omfileParameters,
-                      CollectorFigures& figures)
+void measureCollector(int gateways, std::size_t linesEach, CollectorFigures& figures)
 {
     std::unique_ptr<ScratchDir> scratch = plainScratchDir();
     std::string const collected = scratch->file("gateways/");
@@ -320,9 +249,6 @@ void measureCollector(int gateways, std::size_t linesEach, std::string const& om
     Rsyslogd central(*scratch, "central");
     std::string collector = collectorSide(readFile(DBG_RSYSLOG_COLLECTOR_EXAMPLE), collected, port,
                                           scratch->file("pki/collector.example.org/"));
-    if (!omfileParameters.empty())
-        ASSERT_TRUE(replaceOnce(collector, "template=\"dbg-trace-line\"",
-                                "template=\"dbg-trace-line\" " + omfileParameters));
     central.configure(collector);
     std::vector<std::unique_ptr<Rsyslogd>> fleet;
     for (int index = 1; index <= gateways; ++index) {
@@ -396,7 +322,7 @@ void measureCollector(int gateways, std::size_t linesEach, std::string const& om
     } else {
         EXPECT_EQ(figures.lines, lines) << "lines filed twice";
         for (int index = 1; index <= gateways; ++index)
-            EXPECT_EQ(linesOfFile(collected + "127.0.0." + std::to_string(index + 1) + ".trace"), linesEach)
+            EXPECT_EQ(lineCount(collected + "127.0.0." + std::to_string(index + 1) + ".trace"), linesEach)
                 << "gateway " << index;
     }
 
@@ -425,19 +351,12 @@ TEST(GatewaySide, ShippedWithoutTls)
 
 TEST(Collector, TwentyGateways)
 {
-    measureCollector(fleetGateways, fleetLinesEach, "", fleetFigures);
-}
-
-TEST(Collector, TwentyGatewaysWiderFileCache)
-{
-    if (cacheShipped)
-        GTEST_SKIP() << "the shipped collector sets its file cache itself";
-    measureCollector(fleetGateways, fleetLinesEach, widerCache, widerCacheFigures);
+    measureCollector(fleetGateways, fleetLinesEach, fleetFigures);
 }
 
 TEST(Collector, OneGateway)
 {
-    measureCollector(1, singleLines, "", singleFigures);
+    measureCollector(1, singleLines, singleFigures);
 }
 
 // ---- the page -----------------------------------------------------------------
@@ -569,17 +488,9 @@ std::string page()
            "Sustained: from 10 % to 90 % of the lines filed. The gateways run on the collector's own CPUs here, "
            "and take about as much CPU time as it does: its capacity per core is what it would file with the "
            "gateways on other hosts.\n\n"
-        << "| | " << fleetGateways << " gateways | 1 gateway |"
-        << (widerCacheFigures.measured ? " " + std::to_string(fleetGateways) +
-                                             " gateways, the collector's file cache widened (`" + widerCache +
-                                             "` on its omfile action, not shipped) |"
-                                       : "")
-        << "\n|---|---|---|" << (widerCacheFigures.measured ? "---|" : "") << "\n";
+        << "| | " << fleetGateways << " gateways | 1 gateway |\n|---|---|---|\n";
     auto collectorRow = [&](std::string const& label, auto cell) {
-        out << "| " << label << " | " << cell(fleetFigures) << " | " << cell(singleFigures) << " |";
-        if (widerCacheFigures.measured)
-            out << " " << cell(widerCacheFigures) << " |";
-        out << "\n";
+        out << "| " << label << " | " << cell(fleetFigures) << " | " << cell(singleFigures) << " |\n";
     };
     collectorRow("lines filed", [](CollectorFigures const& f) { return grouped(double(f.lines)); });
     collectorRow("time to file them", [](CollectorFigures const& f) {
@@ -598,17 +509,6 @@ std::string page()
     collectorRow("the gateways' CPU time per 1,000 lines, together",
                  [](CollectorFigures const& f) { return fixed(f.gatewaysCpuPerThousand() * 1000, 1) + " ms"; });
     out << "\n";
-    if (widerCacheFigures.measured) {
-        double const widerRate = widerCacheFigures.sustainedLinesPerSecond();
-        if (widerCacheFigures.stalled)
-            out << "With the file cache widened, the collector stalled in this run (see the table).\n\n";
-        else
-        out << "With more gateways than files omfile keeps open (10 by default) the collector closes a file "
-               "to open another for nearly every batch. Its file cache widened, "
-            << fleetGateways << " gateways are filed at " << grouped(widerRate) << " lines per second sustained ("
-            << (widerRate >= fleetLinesPerSecondTarget ? "the" : "still not the") << " target of ≥ "
-            << grouped(fleetLinesPerSecondTarget) << ").\n\n";
-    }
     return out.str();
 }
 

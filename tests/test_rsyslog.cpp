@@ -139,22 +139,10 @@ protected:
     void startCollector()
     {
         ASSERT_NO_FATAL_FAILURE(collector.start(environment));
-        auto const deadline = Clock::now() + std::chrono::seconds(20);
-        while (!somethingListensOn(port) && Clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        ASSERT_TRUE(somethingListensOn(port)) << "the collector does not listen on port " << port;
+        ASSERT_NO_FATAL_FAILURE(waitUntilListening(port));
     }
 
     void startForwarder() { ASSERT_NO_FATAL_FAILURE(forwarder.start(environment)); }
-
-    // Where the collector's file stands now, in lines.
-    std::size_t collectedLines()
-    {
-        if (!fileExists(collectedFile))
-            return 0;
-        std::string const text = readFile(collectedFile);
-        return std::size_t(std::count(text.begin(), text.end(), '\n'));
-    }
 
     // The step of the last trace in the collector's file, or -1.
     long lastCollected()
@@ -174,7 +162,7 @@ protected:
     // the gateway's side, its last trace.
     void end(Rsyslogd& daemon, bool crash)
     {
-        restartsAt.push_back(collectedLines());
+        restartsAt.push_back(lineCount(collectedFile));
         if (&daemon == &forwarder && crash)
             inFlightMayBeLostAfter.push_back(lastCollected());
         if (crash) {

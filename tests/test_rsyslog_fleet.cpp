@@ -66,14 +66,6 @@ std::string numberedLines(std::string const& sender, int count)
     return text;
 }
 
-std::size_t lineCount(std::string const& path)
-{
-    if (!fileExists(path))
-        return 0;
-    std::string const text = readFile(path);
-    return std::size_t(std::count(text.begin(), text.end(), '\n'));
-}
-
 // "2024-05-01T12:34:56.123456+02:00": the collector's time of receipt, with
 // or without its fraction of a second, in Z or an offset.
 bool isRfc3339(std::string const& time)
@@ -182,10 +174,7 @@ protected:
         collector.configure(collectorSide(readFile(DBG_RSYSLOG_COLLECTOR_EXAMPLE), outputDirectory, port,
                                           tlsDirectory(certificate)));
         collector.start(environment);
-        auto const deadline = Clock::now() + std::chrono::seconds(20);
-        while (!somethingListensOn(port) && Clock::now() < deadline)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        EXPECT_TRUE(somethingListensOn(port)) << "the collector does not listen on port " << port;
+        waitUntilListening(port);
         return collector;
     }
 

@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdint>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -23,13 +23,20 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-sockaddr_in loopback(int port)
+bool listening(int port)
 {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(std::uint16_t(port));
-    return address;
+    char local[32];
+    std::snprintf(local, sizeof local, "0100007F:%04X", unsigned(port));
+    std::ifstream table("/proc/net/tcp");
+    std::string line;
+    std::getline(table, line);
+    while (std::getline(table, line)) {
+        std::istringstream fields(line);
+        std::string slot, address, remote, state;
+        if (fields >> slot >> address >> remote >> state && address == local && state == "0A")
+            return true;
+    }
+    return false;
 }
 
 }  // namespace
@@ -37,7 +44,9 @@ sockaddr_in loopback(int port)
 int freeLoopbackPort()
 {
     int const probe = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = loopback(0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
     int port = -1;
     if (probe >= 0 && bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
@@ -48,13 +57,12 @@ int freeLoopbackPort()
     return port;
 }
 
-bool somethingListensOn(int port)
+void waitUntilListening(int port)
 {
-    int const probe = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = loopback(port);
-    bool const connected = connect(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    close(probe);
-    return connected;
+    auto const deadline = Clock::now() + std::chrono::seconds(20);
+    while (!listening(port) && Clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_TRUE(listening(port)) << "the collector does not listen on port " << port;
 }
 
 std::string gatewaySide(std::string shipped, std::string const& traceFile, int port,

@@ -17,7 +17,10 @@ inline constexpr char rsyslogdPath[] = "/usr/sbin/rsyslogd";
 
 // A TCP port on the loopback that nothing listens on now, or -1.
 int freeLoopbackPort();
-bool somethingListensOn(int port);
+// Waits (20 s at most) until a socket listens on 127.0.0.1:`port`. Read
+// from the kernel's table: a connection to find out would be a failed TLS
+// handshake in the collector's messages.
+void waitUntilListening(int port);
 
 // Where the shipped rsyslog configuration reads its TLS files.
 inline constexpr char shippedTlsDirectory[] = "/etc/dbg-fleet/";

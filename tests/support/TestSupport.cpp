@@ -66,6 +66,14 @@ std::vector<std::string> linesOf(std::string const& text)
     return lines;
 }
 
+std::size_t lineCount(std::string const& path)
+{
+    if (!fileExists(path))
+        return 0;
+    std::string const text = readFile(path);
+    return std::size_t(std::count(text.begin(), text.end(), '\n'));
+}
+
 int replaceAll(std::string& text, std::string const& from, std::string const& to)
 {
     int count = 0;

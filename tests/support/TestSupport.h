@@ -33,6 +33,8 @@ bool replaceOnce(std::string& text, std::string const& from, std::string const& 
 // The whole lines of `text`, without their line feeds; an unfinished last
 // line is left out.
 std::vector<std::string> linesOf(std::string const& text);
+// The line feeds in the file at `path`; 0 when it is not there.
+std::size_t lineCount(std::string const& path);
 // Replaces every occurrence of `from` in `text`; how many there were.
 int replaceAll(std::string& text, std::string const& from, std::string const& to);
 
